@@ -1,0 +1,25 @@
+# Lists the functions include/tov.h exports: every declaration that starts
+# with TOV_API. Used to write the .def file and by the export check.
+function(tov_header_exports header out_var)
+  file(READ "${header}" text)
+  string(REGEX MATCHALL "TOV_API [^;(]*[ *]([A-Za-z_][A-Za-z_0-9]*)[ ]*\\(" decls "${text}")
+  set(names "")
+  foreach(decl IN LISTS decls)
+    string(REGEX REPLACE ".*[ *]([A-Za-z_][A-Za-z_0-9]*)[ ]*\\($" "\\1" name "${decl}")
+    list(APPEND names "${name}")
+  endforeach()
+  list(SORT names)
+  set(${out_var} "${names}" PARENT_SCOPE)
+endfunction()
+
+# Script mode: cmake -DHEADER=... -DOUT=... -P exports.cmake writes the .def.
+if(CMAKE_SCRIPT_MODE_FILE AND HEADER AND OUT)
+  tov_header_exports("${HEADER}" names)
+  set(def "LIBRARY tov.dll\nEXPORTS\n")
+  foreach(name IN LISTS names)
+    string(APPEND def "  ${name}\n")
+  endforeach()
+  file(WRITE "${OUT}.tmp" "${def}")
+  file(COPY_FILE "${OUT}.tmp" "${OUT}" ONLY_IF_DIFFERENT)
+  file(REMOVE "${OUT}.tmp")
+endif()

@@ -1,0 +1,183 @@
+/*
+ * tov: one C interface to the services of 64-bit Windows.
+ *
+ * Start the library with TOV_Startup and end it with TOV_Cleanup. Almost every
+ * function returns a TOV_Status: TOV_OK (0) on success, a negative TOV_ERR_...
+ * code on failure, or, where the library has no code for a system error, that
+ * positive system error number itself.
+ *
+ * This header is valid C99 and C++.
+ */
+#ifndef TOV_H
+#define TOV_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(TOV_BUILDING) || defined(TOV_STATIC)
+#define TOV_API
+#else
+#define TOV_API __declspec(dllimport)
+#endif
+
+#if defined(__GNUC__)
+#define TOV_PRINTF_LIKE(f, a) __attribute__((__format__(ms_printf, f, a)))
+#else
+#define TOV_PRINTF_LIKE(f, a)
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ------------------------------------------------------------------------ */
+/* Result codes                                                             */
+/* ------------------------------------------------------------------------ */
+
+typedef int32_t TOV_Status;
+
+enum {
+  TOV_OK = 0,
+
+  TOV_ERR_NO_MEMORY = -5999,
+  TOV_ERR_BUFFER_TOO_SMALL = -5998,
+  TOV_ERR_INVALID_PARAMETER = -5997,
+  TOV_ERR_INVALID_HANDLE = -5996,
+  TOV_ERR_END_OF_DATA = -5995,
+  TOV_ERR_TIMEOUT = -5994,
+  TOV_ERR_NOT_FOUND = -5993,
+  TOV_ERR_ALREADY_EXISTS = -5992,
+  TOV_ERR_ACCESS_DENIED = -5991,
+  TOV_ERR_NOT_INITIALIZED = -5989,
+  TOV_ERR_INVALID_MODULE = -5988,
+  TOV_ERR_PATH_TOO_LONG = -5987,
+  TOV_ERR_STILL_RUNNING = -5986,
+  TOV_ERR_TOO_MANY_POSTS = -5985,
+  TOV_ERR_MODULE_NOT_FOUND = -5984,
+  TOV_ERR_SYMBOL_NOT_FOUND = -5983,
+  TOV_ERR_BUFFER_END = -5980,
+  TOV_ERR_ABORTED = -5977,
+
+  /* One code per Winsock error, WSAEINTR (10004) to WSAEREMOTE (10071). */
+  TOV_ERR_NET_INTR = -5899,
+  TOV_ERR_NET_BADF = -5898,
+  TOV_ERR_NET_ACCES = -5897,
+  TOV_ERR_NET_FAULT = -5896,
+  TOV_ERR_NET_INVAL = -5895,
+  TOV_ERR_NET_MFILE = -5894,
+  TOV_ERR_NET_WOULDBLOCK = -5893,
+  TOV_ERR_NET_INPROGRESS = -5892,
+  TOV_ERR_NET_ALREADY = -5891,
+  TOV_ERR_NET_NOTSOCK = -5890,
+  TOV_ERR_NET_DESTADDRREQ = -5889,
+  TOV_ERR_NET_MSGSIZE = -5888,
+  TOV_ERR_NET_PROTOTYPE = -5887,
+  TOV_ERR_NET_NOPROTOOPT = -5886,
+  TOV_ERR_NET_PROTONOSUPPORT = -5885,
+  TOV_ERR_NET_SOCKTNOSUPPORT = -5884,
+  TOV_ERR_NET_OPNOTSUPP = -5883,
+  TOV_ERR_NET_PFNOSUPPORT = -5882,
+  TOV_ERR_NET_AFNOSUPPORT = -5881,
+  TOV_ERR_NET_ADDRINUSE = -5880,
+  TOV_ERR_NET_ADDRNOTAVAIL = -5879,
+  TOV_ERR_NET_NETDOWN = -5878,
+  TOV_ERR_NET_NETUNREACH = -5877,
+  TOV_ERR_NET_NETRESET = -5876,
+  TOV_ERR_NET_CONNABORTED = -5875,
+  TOV_ERR_NET_CONNRESET = -5874,
+  TOV_ERR_NET_NOBUFS = -5873,
+  TOV_ERR_NET_ISCONN = -5872,
+  TOV_ERR_NET_NOTCONN = -5871,
+  TOV_ERR_NET_SHUTDOWN = -5870,
+  TOV_ERR_NET_TOOMANYREFS = -5869,
+  TOV_ERR_NET_TIMEDOUT = -5868,
+  TOV_ERR_NET_CONNREFUSED = -5867,
+  TOV_ERR_NET_LOOP = -5866,
+  TOV_ERR_NET_NAMETOOLONG = -5865,
+  TOV_ERR_NET_HOSTDOWN = -5864,
+  TOV_ERR_NET_HOSTUNREACH = -5863,
+  TOV_ERR_NET_NOTEMPTY = -5862,
+  TOV_ERR_NET_PROCLIM = -5861,
+  TOV_ERR_NET_USERS = -5860,
+  TOV_ERR_NET_DQUOT = -5859,
+  TOV_ERR_NET_STALE = -5858,
+  TOV_ERR_NET_REMOTE = -5857
+};
+
+/* ------------------------------------------------------------------------ */
+/* Lifecycle, memory tags, version                                          */
+/* ------------------------------------------------------------------------ */
+
+/* A pointer-sized value naming the owner of allocations. */
+typedef void *TOV_MemTag;
+
+#define TOV_INTERFACE_VERSION 0x02020000u
+
+/* Starts the library (nested starts are counted). module is recorded as the
+ * library's module when the loader has not recorded one; the other arguments
+ * are ignored. Returns TOV_OK or the positive Winsock error of a failed
+ * network start. */
+TOV_API TOV_Status TOV_Startup(void *module, int32_t reserved1, void *reserved2, void *reserved3);
+/* Ends one start; the last one tears the library down. */
+TOV_API void TOV_Cleanup(void *reserved);
+/* *tagOut = owner. Never fails. */
+TOV_API TOV_Status TOV_AllocMemTag(void *owner, TOV_MemTag *tagOut);
+/* *tag = 0. */
+TOV_API void TOV_FreeMemTag(TOV_MemTag *tag);
+/* The interface version, TOV_INTERFACE_VERSION. */
+TOV_API uint32_t TOV_GetVersion(void);
+/* Index of the first element of list equal to value; 0xFFFFFFFF when there
+ * is none, when list is null with count > 0, or before TOV_Startup. */
+TOV_API uint32_t findid(uint32_t value, const uint32_t *list, uint32_t count);
+
+/* ------------------------------------------------------------------------ */
+/* Debug output                                                             */
+/* ------------------------------------------------------------------------ */
+
+/* Formats one line (at most 1022 characters, then "\n") and hands it to the
+ * system debugger. Works at any time. */
+TOV_API void TOV_DebugOutput(const char *format, ...) TOV_PRINTF_LIKE(1, 2);
+
+/* ------------------------------------------------------------------------ */
+/* Memory, atomics, spin locks                                              */
+/* ------------------------------------------------------------------------ */
+
+/* The tag names the owner and is otherwise unused. Blocks come from the C
+ * runtime heap and go back with TOV_free. */
+TOV_API int32_t TOV_ValidateHeapPtr(void *p);
+TOV_API void *TOV_malloc(TOV_MemTag tag, size_t size);
+/* count * size bytes, zeroed; null when the product does not fit 64 bits. */
+TOV_API void *TOV_calloc(TOV_MemTag tag, size_t count, size_t size);
+TOV_API void *TOV_realloc(TOV_MemTag tag, void *block, size_t size);
+TOV_API void TOV_free(void *block);
+TOV_API char *TOV_strdup(TOV_MemTag tag, const char *s);
+TOV_API wchar_t *TOV_wcsdup(TOV_MemTag tag, const wchar_t *w);
+
+/* Full-barrier operations on an 8-byte aligned 64-bit variable. */
+TOV_API int64_t TOV_AtomicIncrement(volatile int64_t *target);      /* new value */
+TOV_API int64_t TOV_AtomicDecrement(volatile int64_t *target);      /* new value */
+TOV_API int64_t TOV_AtomicExchange(volatile int64_t *target, int64_t value); /* old */
+TOV_API int64_t TOV_AtomicExchangeAdd(volatile int64_t *target, int64_t addend); /* old */
+/* If *target == comparand, *target = exchange. Returns the old value. */
+TOV_API int64_t TOV_AtomicCmpExchange(volatile int64_t *target, int64_t comparand,
+                                      int64_t exchange);
+
+/* A spin lock is an 8-byte aligned 64-bit word: 0 free, 1 held. Not
+ * recursive, no owner. */
+typedef int64_t TOV_SpinLock;
+TOV_API void TOV_EnterSpinLock(volatile TOV_SpinLock *lock);
+/* 1 when the caller now holds the lock, 0 when it was held. */
+TOV_API int32_t TOV_TryEnterSpinLock(volatile TOV_SpinLock *lock);
+TOV_API void TOV_LeaveSpinLock(volatile TOV_SpinLock *lock);
+
+/* cursor advanced to the next multiple of 4 bytes from base, or null when
+ * that lies past limit (a null limit always gives null). */
+TOV_API uint8_t *TOV_align32(uint8_t *base, uint8_t *cursor, uint8_t *limit);
+/* Copies at most size - 1 bytes and always terminates; size >= 1. */
+TOV_API char *TOV_strnzcpy(char *destination, const char *source, size_t size);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* TOV_H */

@@ -1,0 +1,95 @@
+// Start-up, clean-up, the loader entry point, memory tags and the version.
+#include "frame.h"
+#include "seams.h"
+
+#include <winsock2.h>
+#include <windows.h>
+
+#include <ctime>
+
+namespace tov {
+
+int32_t g_startCount;
+void *g_module;
+TOV_MemTag g_memTag;
+
+namespace {
+
+constexpr WORD kWinsockVersion = 0x0002;
+
+// Marker for tools that scan the image; nothing reads it.
+__attribute__((used)) const char kIdentification[] = "VeRsIoN=4000.. tov  (Release)";
+
+TOV_Status allocLibraryTag() {
+#ifdef TOV_TEST_SEAMS
+  if (seams::allocMemTag) return seams::allocMemTag(g_module, &g_memTag);
+#endif
+  return TOV_AllocMemTag(g_module, &g_memTag);
+}
+
+int startWinsock(WSADATA *data) {
+#ifdef TOV_TEST_SEAMS
+  if (seams::wsaStartup) return seams::wsaStartup(kWinsockVersion, data);
+#endif
+  return WSAStartup(kWinsockVersion, data);
+}
+
+} // namespace
+} // namespace tov
+
+using namespace tov;
+
+extern "C" TOV_Status TOV_Startup(void *module, int32_t, void *, void *) {
+  if (g_startCount++ != 0) return TOV_OK;
+  if (!g_module) g_module = module;
+
+  const TOV_Status tagStatus = allocLibraryTag();
+  if (tagStatus != TOV_OK) {
+    LogPrintf(LogCrit, "TOV Init: AllocMemTag failed, %d.", tagStatus);
+    --g_startCount;
+    return tagStatus;
+  }
+
+  WSADATA wsa;
+  const int wsaError = startWinsock(&wsa);
+  if (wsaError != 0) {
+    LogPrintf(LogCrit, "TOV Init: WSAStartup failed, WSE: %d.", wsaError);
+    TOV_FreeMemTag(&g_memTag);
+    --g_startCount;
+    return wsaError;
+  }
+  LogPrintf(LogInfo, "TOV Init: Winsock initialized for requested version %d.%d",
+            LOBYTE(wsa.wVersion), HIBYTE(wsa.wVersion));
+  _tzset();
+  return TOV_OK;
+}
+
+extern "C" void TOV_Cleanup(void *) {
+  if (g_startCount != 0 && --g_startCount != 0) return;
+  if (WSACleanup() == SOCKET_ERROR) LogPrintf(LogErr, "TOV: WSACleanup failed, WSE: %d.", WSAGetLastError());
+  TOV_FreeMemTag(&g_memTag);
+}
+
+extern "C" TOV_Status TOV_AllocMemTag(void *owner, TOV_MemTag *tagOut) {
+  *tagOut = owner;
+  return TOV_OK;
+}
+
+extern "C" void TOV_FreeMemTag(TOV_MemTag *tag) { *tag = nullptr; }
+
+extern "C" uint32_t TOV_GetVersion(void) { return TOV_INTERFACE_VERSION; }
+
+extern "C" uint32_t findid(uint32_t value, const uint32_t *list, uint32_t count) {
+  constexpr uint32_t kNone = 0xFFFFFFFFu;
+  if (!started() || (!list && count != 0)) return kNone;
+  for (uint32_t i = 0; i < count; ++i)
+    if (list[i] == value) return i;
+  return kNone;
+}
+
+#ifndef TOV_STATIC
+extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID) {
+  if (reason == DLL_PROCESS_ATTACH) g_module = module;
+  return TRUE;
+}
+#endif

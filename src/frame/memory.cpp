@@ -1,0 +1,56 @@
+// Tagged allocation over the C runtime heap, and two small string and cursor
+// helpers. The tag names the owner; the heap does not see it.
+#include "tov.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+
+extern "C" int32_t TOV_ValidateHeapPtr(void *) { return 1; }
+
+extern "C" void *TOV_malloc(TOV_MemTag, size_t size) { return std::malloc(size); }
+
+extern "C" void *TOV_calloc(TOV_MemTag, size_t count, size_t size) {
+  size_t total;
+  if (__builtin_mul_overflow(count, size, &total)) return nullptr;
+  void *block = std::malloc(total);
+  if (block) std::memset(block, 0, total);
+  return block;
+}
+
+extern "C" void *TOV_realloc(TOV_MemTag, void *block, size_t size) {
+  return std::realloc(block, size);
+}
+
+extern "C" void TOV_free(void *block) { std::free(block); }
+
+extern "C" char *TOV_strdup(TOV_MemTag, const char *s) {
+  const size_t n = std::strlen(s) + 1;
+  auto *copy = static_cast<char *>(std::malloc(n));
+  if (copy) std::memcpy(copy, s, n);
+  return copy;
+}
+
+extern "C" wchar_t *TOV_wcsdup(TOV_MemTag, const wchar_t *w) {
+  static_assert(sizeof(wchar_t) == 2);
+  const size_t n = 2 * std::wcslen(w) + 2;
+  auto *copy = static_cast<wchar_t *>(std::malloc(n));
+  if (copy) std::memcpy(copy, w, n);
+  return copy;
+}
+
+extern "C" uint8_t *TOV_align32(uint8_t *base, uint8_t *cursor, uint8_t *limit) {
+  const uintptr_t offset = reinterpret_cast<uintptr_t>(cursor) - reinterpret_cast<uintptr_t>(base);
+  const uintptr_t pad = (4 - offset % 4) % 4;
+  // Compared as addresses, so that a null limit (address 0) refuses every
+  // cursor and nothing is formed past the caller's buffer.
+  const uintptr_t target = reinterpret_cast<uintptr_t>(cursor) + pad;
+  if (target > reinterpret_cast<uintptr_t>(limit)) return nullptr;
+  return cursor + pad;
+}
+
+extern "C" char *TOV_strnzcpy(char *destination, const char *source, size_t size) {
+  destination[size - 1] = '\0';
+  std::strncpy(destination, source, size - 1);
+  return destination;
+}

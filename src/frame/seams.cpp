@@ -1,0 +1,8 @@
+#include "seams.h"
+
+#ifdef TOV_TEST_SEAMS
+namespace tov::seams {
+TOV_Status (*allocMemTag)(void *, TOV_MemTag *);
+int (*wsaStartup)(WORD, WSADATA *);
+} // namespace tov::seams
+#endif
