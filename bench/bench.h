@@ -35,16 +35,20 @@ template <typename Body> double nsPerOp(uint64_t iterations, Body body, int roun
 // Prints one comparison. goal > 0: the ratio lib/raw must stay at or below
 // it (lower is better); goal < 0: lib/raw must stay at or above -goal
 // (throughput, higher is better); goal == 0: report only.
-inline void report(const char *what, double lib, double raw, double goal, const char *unit = "ns/op") {
+inline void report(const char *what, double lib, double raw, double goal,
+                   const char *unit = "ns/op") {
   const double ratio = lib / raw;
-  const char *verdict = goal == 0 ? "report" : goal > 0 ? (ratio <= goal ? "ok" : "ABOVE GOAL")
-                                                        : (ratio >= -goal ? "ok" : "BELOW GOAL");
+  const char *verdict = goal == 0  ? "report"
+                        : goal > 0 ? (ratio <= goal ? "ok" : "ABOVE GOAL")
+                                   : (ratio >= -goal ? "ok" : "BELOW GOAL");
   std::printf("%-52s lib %10.2f  raw %10.2f %-6s ratio %5.2f  goal %s%.2f  %s\n", what, lib, raw,
               unit, ratio, goal < 0 ? ">=" : "<=", goal < 0 ? -goal : goal, verdict);
   std::fflush(stdout);
 }
 
 // Keeps the compiler from dropping a computed value.
-template <typename T> inline void keep(const T &value) { asm volatile("" : : "g"(&value) : "memory"); }
+template <typename T> inline void keep(const T &value) {
+  asm volatile("" : : "g"(&value) : "memory");
+}
 
 } // namespace bench

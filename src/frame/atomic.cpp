@@ -55,10 +55,14 @@ extern "C" int64_t TOV_AtomicCmpExchange(volatile int64_t *target, int64_t compa
   return comparand; // on failure the builtin stored the value it found
 }
 
-extern "C" void TOV_EnterSpinLock(volatile TOV_SpinLock *lock) {
-  if (cpuCount() > 1) {
-    // Spin 101 failed attempts, then give up the time slice once.
-    int attempts = 0;
+namespace {
+
+// The waiting part of TOV_EnterSpinLock, after its first attempt failed. On a
+// multiprocessor: 101 failed exchanges in a row, then one yield of the time
+// slice, and again. On one processor every failed attempt yields.
+__attribute__((noinline)) void waitForSpinLock(volatile TOV_SpinLock *lock, uint32_t cpus) {
+  if (cpus > 1) {
+    int attempts = 1;
     while (exchange(lock, 1) != 0) {
       if (++attempts > 100) {
         Sleep(0);
@@ -66,8 +70,16 @@ extern "C" void TOV_EnterSpinLock(volatile TOV_SpinLock *lock) {
       }
     }
   } else {
-    while (exchange(lock, 1) != 0) Sleep(0);
+    do Sleep(0);
+    while (exchange(lock, 1) != 0);
   }
+}
+
+} // namespace
+
+extern "C" void TOV_EnterSpinLock(volatile TOV_SpinLock *lock) {
+  const uint32_t cpus = cpuCount();
+  if (exchange(lock, 1) != 0) waitForSpinLock(lock, cpus);
 }
 
 extern "C" int32_t TOV_TryEnterSpinLock(volatile TOV_SpinLock *lock) {

@@ -51,8 +51,12 @@ struct LevelWord {
 
 // Searched in this order; LogAll does not include LogCallTrace.
 constexpr LevelWord kLevelWords[] = {
-    {"LogAll", LogAll},  {"LogCrit", LogCrit}, {"LogErr", LogErr},
-    {"LogWarn", LogWarn}, {"LogDbg", LogDbg},   {"LogInfo", LogInfo},
+    {"LogAll", LogAll},
+    {"LogCrit", LogCrit},
+    {"LogErr", LogErr},
+    {"LogWarn", LogWarn},
+    {"LogDbg", LogDbg},
+    {"LogInfo", LogInfo},
     {"LogCallTrace", LogCallTrace},
 };
 
@@ -71,13 +75,20 @@ uint32_t parseLevels(const char *text) {
 
 const char *tagFor(uint32_t level) {
   switch (level) {
-  case LogCrit: return "CRIT";
-  case LogErr: return "ERR ";
-  case LogWarn: return "WARN";
-  case LogDbg: return "DBG ";
-  case LogInfo: return "INFO";
-  case LogCallTrace: return "CALL";
-  default: return "UNKNOWN";
+  case LogCrit:
+    return "CRIT";
+  case LogErr:
+    return "ERR ";
+  case LogWarn:
+    return "WARN";
+  case LogDbg:
+    return "DBG ";
+  case LogInfo:
+    return "INFO";
+  case LogCallTrace:
+    return "CALL";
+  default:
+    return "UNKNOWN";
   }
 }
 

@@ -126,7 +126,9 @@ TOV_Status MapSystemError(uint32_t win32Error) noexcept {
   return number;
 }
 
-TOV_Status MapLastSystemError() noexcept { return MapSystemError(GetLastError()); }
+TOV_Status MapLastSystemError() noexcept {
+  return MapSystemError(GetLastError());
+}
 
 TOV_Status MapWinsockError(int wsaError) noexcept {
   TOV_Status code;
@@ -135,7 +137,9 @@ TOV_Status MapWinsockError(int wsaError) noexcept {
   return wsaError;
 }
 
-TOV_Status MapWSALastError() noexcept { return MapWinsockError(WSAGetLastError()); }
+TOV_Status MapWSALastError() noexcept {
+  return MapWinsockError(WSAGetLastError());
+}
 
 TOV_Status MapErrnoValue(int err) noexcept {
   TOV_Status code;
@@ -144,6 +148,8 @@ TOV_Status MapErrnoValue(int err) noexcept {
   return err;
 }
 
-TOV_Status Map_errno() noexcept { return MapErrnoValue(errno); }
+TOV_Status Map_errno() noexcept {
+  return MapErrnoValue(errno);
+}
 
 } // namespace tov

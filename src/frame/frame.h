@@ -18,8 +18,12 @@ extern int32_t g_startCount;
 extern void *g_module;
 extern TOV_MemTag g_memTag;
 
-inline bool started() noexcept { return g_startCount != 0; }
-inline TOV_MemTag libTag() noexcept { return g_memTag; }
+inline bool started() noexcept {
+  return g_startCount != 0;
+}
+inline TOV_MemTag libTag() noexcept {
+  return g_memTag;
+}
 
 // ---- Call frame --------------------------------------------------------------
 

@@ -66,7 +66,8 @@ extern "C" TOV_Status TOV_Startup(void *module, int32_t, void *, void *) {
 
 extern "C" void TOV_Cleanup(void *) {
   if (g_startCount != 0 && --g_startCount != 0) return;
-  if (WSACleanup() == SOCKET_ERROR) LogPrintf(LogErr, "TOV: WSACleanup failed, WSE: %d.", WSAGetLastError());
+  if (WSACleanup() == SOCKET_ERROR)
+    LogPrintf(LogErr, "TOV: WSACleanup failed, WSE: %d.", WSAGetLastError());
   TOV_FreeMemTag(&g_memTag);
 }
 
@@ -75,9 +76,13 @@ extern "C" TOV_Status TOV_AllocMemTag(void *owner, TOV_MemTag *tagOut) {
   return TOV_OK;
 }
 
-extern "C" void TOV_FreeMemTag(TOV_MemTag *tag) { *tag = nullptr; }
+extern "C" void TOV_FreeMemTag(TOV_MemTag *tag) {
+  *tag = nullptr;
+}
 
-extern "C" uint32_t TOV_GetVersion(void) { return TOV_INTERFACE_VERSION; }
+extern "C" uint32_t TOV_GetVersion(void) {
+  return TOV_INTERFACE_VERSION;
+}
 
 extern "C" uint32_t findid(uint32_t value, const uint32_t *list, uint32_t count) {
   constexpr uint32_t kNone = 0xFFFFFFFFu;

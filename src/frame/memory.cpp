@@ -6,9 +6,13 @@
 #include <cstring>
 #include <cwchar>
 
-extern "C" int32_t TOV_ValidateHeapPtr(void *) { return 1; }
+extern "C" int32_t TOV_ValidateHeapPtr(void *) {
+  return 1;
+}
 
-extern "C" void *TOV_malloc(TOV_MemTag, size_t size) { return std::malloc(size); }
+extern "C" void *TOV_malloc(TOV_MemTag, size_t size) {
+  return std::malloc(size);
+}
 
 extern "C" void *TOV_calloc(TOV_MemTag, size_t count, size_t size) {
   size_t total;
@@ -22,7 +26,9 @@ extern "C" void *TOV_realloc(TOV_MemTag, void *block, size_t size) {
   return std::realloc(block, size);
 }
 
-extern "C" void TOV_free(void *block) { std::free(block); }
+extern "C" void TOV_free(void *block) {
+  std::free(block);
+}
 
 extern "C" char *TOV_strdup(TOV_MemTag, const char *s) {
   const size_t n = std::strlen(s) + 1;

@@ -138,7 +138,9 @@ TempDir::TempDir() {
   }
 }
 
-TempDir::~TempDir() { removeTree(path_); }
+TempDir::~TempDir() {
+  removeTree(path_);
+}
 
 std::string readFile(const std::string &path) {
   std::ifstream in(path, std::ios::binary);
@@ -171,8 +173,8 @@ ChildResult runChild(const std::string &name, const std::map<std::string, std::s
   cmdLine.push_back('\0');
   std::vector<char> block = environmentWith(env);
   PROCESS_INFORMATION pi{};
-  if (CreateProcessA(nullptr, cmdLine.data(), nullptr, nullptr, TRUE, 0, block.data(),
-                     cwd.c_str(), &si, &pi)) {
+  if (CreateProcessA(nullptr, cmdLine.data(), nullptr, nullptr, TRUE, 0, block.data(), cwd.c_str(),
+                     &si, &pi)) {
     WaitForSingleObject(pi.hProcess, 60000);
     GetExitCodeProcess(pi.hProcess, &result.exitCode);
     CloseHandle(pi.hThread);

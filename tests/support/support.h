@@ -2,6 +2,7 @@
 // temporary folder per test, and child processes of the test program itself.
 #pragma once
 
+#include <winsock2.h>
 #include <windows.h>
 
 #include <map>
