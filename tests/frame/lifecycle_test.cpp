@@ -4,7 +4,9 @@
 
 #include <winsock2.h>
 
+#include <cstdio>
 #include <gtest/gtest.h>
+#include <string>
 
 namespace {
 
@@ -117,6 +119,39 @@ TEST(DebugOutput, OverlongTextIsCutInsideTheLineBuffer) {
   TOV_DebugOutput("%s", std::string(1023, 'z').c_str());
   EXPECT_EQ(capture.text(), std::string(1022, 'x') + "\n" + std::string(1022, 'y') + "\n" +
                                 std::string(1022, 'z') + "\n");
+}
+
+} // namespace
+
+namespace {
+
+TEST(Image, CarriesAVersionRecordWithATranslation) {
+  char path[MAX_PATH];
+  const DWORD n = GetModuleFileNameA(GetModuleHandleA("tov.dll"), path, MAX_PATH);
+  ASSERT_GT(n, 0u);
+  DWORD ignored = 0;
+  const DWORD size = GetFileVersionInfoSizeA(path, &ignored);
+  ASSERT_GT(size, 0u);
+  std::string data(size, '\0');
+  ASSERT_TRUE(GetFileVersionInfoA(path, 0, size, data.data()));
+
+  struct Translation {
+    WORD language, codePage;
+  } *tr = nullptr;
+  UINT len = 0;
+  ASSERT_TRUE(VerQueryValueA(data.data(), "\\VarFileInfo\\Translation",
+                             reinterpret_cast<void **>(&tr), &len));
+  ASSERT_GE(len, sizeof(Translation));
+  char key[64];
+  std::snprintf(key, sizeof key, "\\StringFileInfo\\%04x%04x\\FileVersion", tr->language,
+                tr->codePage);
+  char *text = nullptr;
+  ASSERT_TRUE(VerQueryValueA(data.data(), key, reinterpret_cast<void **>(&text), &len));
+  EXPECT_STREQ(text, "2.2.0.0");
+
+  VS_FIXEDFILEINFO *fixed = nullptr;
+  ASSERT_TRUE(VerQueryValueA(data.data(), "\\", reinterpret_cast<void **>(&fixed), &len));
+  EXPECT_EQ(fixed->dwFileType, static_cast<DWORD>(VFT_DLL));
 }
 
 } // namespace
