@@ -197,12 +197,14 @@ typedef struct TOV_FileInfo {
   uint64_t size;
 } TOV_FileInfo;
 
-/* Open flags. Write access comes with WRITE, APPEND or TRUNCATE; read access
- * only with READ. CREATE, TRUNCATE and EXCLUSIVE choose the disposition:
- *   none: open an existing file          CREATE: open or create
- *   TRUNCATE: existing file, cut to 0    CREATE|TRUNCATE: create or cut to 0
- *   EXCLUSIVE: open an existing file     CREATE|EXCLUSIVE (|TRUNCATE): create
- *   TRUNCATE|EXCLUSIVE: as TRUNCATE        a new file, fail if it exists
+/* Open flags. Write access comes with WRITE, APPEND or TRUNCATE, read access
+ * only with READ; other bits are ignored. CREATE, TRUNCATE and EXCLUSIVE
+ * choose what happens to an existing file / a missing one:
+ *   none, EXCLUSIVE                  open it / fail
+ *   CREATE                           open it / create it
+ *   TRUNCATE, TRUNCATE|EXCLUSIVE     open it and cut it to 0 / fail
+ *   CREATE|TRUNCATE                  cut it to 0 / create it
+ *   CREATE|EXCLUSIVE(|TRUNCATE)      fail / create it
  * APPEND moves the position to the end once, right after the open. */
 #define TOV_FILE_READ 0x001u
 #define TOV_FILE_WRITE 0x002u
