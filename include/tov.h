@@ -186,6 +186,83 @@ TOV_API char *TOV_strnzcpy(char *destination, const char *source, size_t size);
 /* Files                                                                    */
 /* ------------------------------------------------------------------------ */
 
+/* A file handle is the platform's own file handle. The caller owns it until
+ * TOV_FileClose. Its position, access and sharing are the platform's. */
+typedef void *TOV_FileHandle;
+
+/* Times in whole seconds since 1970-01-01 00:00:00 UTC (fraction dropped). */
+typedef struct TOV_FileInfo {
+  int64_t created;
+  int64_t modified;
+  uint64_t size;
+} TOV_FileInfo;
+
+/* Open flags. Write access comes with WRITE, APPEND or TRUNCATE, read access
+ * only with READ; other bits are ignored. CREATE, TRUNCATE and EXCLUSIVE
+ * choose what happens to an existing file / a missing one:
+ *   none, EXCLUSIVE                  open it / fail
+ *   CREATE                           open it / create it
+ *   TRUNCATE, TRUNCATE|EXCLUSIVE     open it and cut it to 0 / fail
+ *   CREATE|TRUNCATE                  cut it to 0 / create it
+ *   CREATE|EXCLUSIVE(|TRUNCATE)      fail / create it
+ * APPEND moves the position to the end once, right after the open. */
+#define TOV_FILE_READ 0x001u
+#define TOV_FILE_WRITE 0x002u
+#define TOV_FILE_APPEND 0x008u
+#define TOV_FILE_CREATE 0x100u
+#define TOV_FILE_TRUNCATE 0x200u
+#define TOV_FILE_EXCLUSIVE 0x400u
+
+/* Share flags: what other opens of the same file may do meanwhile. */
+#define TOV_FILE_SHARE_READ 0x1u
+#define TOV_FILE_SHARE_WRITE 0x2u
+
+/* Attribute flags given to a file that the open creates (and, with
+ * DIRECTORY, what a directory listing reports). */
+#define TOV_FILE_ATTR_ARCHIVE 0x01u
+#define TOV_FILE_ATTR_HIDDEN 0x02u
+#define TOV_FILE_ATTR_READONLY 0x04u
+#define TOV_FILE_ATTR_SYSTEM 0x08u
+#define TOV_FILE_ATTR_DIRECTORY 0x10u
+
+/* Seek origins. */
+#define TOV_FILE_SEEK_BEGIN 0u
+#define TOV_FILE_SEEK_CURRENT 1u
+#define TOV_FILE_SEEK_END 2u
+
+/* Opens or creates path; *file is written only on success. */
+TOV_API TOV_Status TOV_FileOpen(const char *path, uint32_t openFlags, uint32_t shareFlags,
+                                uint32_t attributes, TOV_FileHandle *file);
+/* Closes *file and sets it to 0, also when the close fails. */
+TOV_API TOV_Status TOV_FileClose(TOV_FileHandle *file);
+/* Writes the file's buffered data to the device. */
+TOV_API TOV_Status TOV_FileCommit(TOV_FileHandle file);
+/* A second, inheritable handle to the same open file; it shares the position. */
+TOV_API TOV_Status TOV_FileDup(TOV_FileHandle file, TOV_FileHandle *copy);
+/* Reads at the current position, or at *position when position is not null
+ * (then *position becomes the position after the read). At most 0xFFFFFFFF
+ * bytes per call; *count always receives the bytes read. Nothing read gives
+ * TOV_ERR_END_OF_DATA. */
+TOV_API TOV_Status TOV_FileRead(TOV_FileHandle file, uint64_t *position, void *buffer,
+                                uint64_t *count);
+/* Writes like TOV_FileRead reads; a write of 0 bytes succeeds. */
+TOV_API TOV_Status TOV_FileWrite(TOV_FileHandle file, uint64_t *position, const void *data,
+                                 uint64_t *count);
+/* Moves the position by offset from origin; newPosition may be null. */
+TOV_API TOV_Status TOV_FileSeek(TOV_FileHandle file, int64_t offset, uint32_t origin,
+                                uint64_t *newPosition);
+TOV_API TOV_Status TOV_FileTell(TOV_FileHandle file, uint64_t *position);
+TOV_API TOV_Status TOV_FileSize(TOV_FileHandle file, uint64_t *size);
+/* Extends or cuts the file to size (at most 0x7FFFFFFFFFFFFFFF) and leaves
+ * the position there. */
+TOV_API TOV_Status TOV_FileSetSize(TOV_FileHandle file, uint64_t size);
+TOV_API TOV_Status TOV_FileInfoByHandle(TOV_FileHandle file, TOV_FileInfo *info);
+/* Also works for directories. */
+TOV_API TOV_Status TOV_FileInfoByName(const char *path, TOV_FileInfo *info);
+/* The platform's own attribute word (FILE_ATTRIBUTE_...), not the flags above. */
+TOV_API TOV_Status TOV_FileGetAttrib(const char *path, uint32_t *attributes);
+TOV_API TOV_Status TOV_FileDelete(const char *path);
+
 /* (end of files) */
 
 /* ------------------------------------------------------------------------ */
