@@ -30,10 +30,18 @@ inline bool fits(const uint8_t *cursor, const uint8_t *limit, uint64_t head, uin
   return room >= head && room - head >= body;
 }
 
+// The same test for a field of fixed width W, as one signed comparison: a
+// cursor past the limit leaves a negative room. (Addresses in the process lie
+// far closer together than 2^63, so the difference cannot overflow.)
+template <uint64_t W> inline bool fitsFixed(const uint8_t *cursor, const uint8_t *limit) {
+  const intptr_t room = reinterpret_cast<intptr_t>(limit) - reinterpret_cast<intptr_t>(cursor);
+  return !limit || room >= static_cast<intptr_t>(W);
+}
+
 template <typename T, Order O>
 inline TOV_Status getInt(uint8_t **cursor, uint8_t *limit, T *value) {
   uint8_t *c = *cursor;
-  if (!fits(c, limit, sizeof(T))) return TOV_ERR_BUFFER_END;
+  if (!fitsFixed<sizeof(T)>(c, limit)) return TOV_ERR_BUFFER_END;
   *value = load<T, O>(c);
   *cursor = c + sizeof(T);
   return TOV_OK;
@@ -41,7 +49,7 @@ inline TOV_Status getInt(uint8_t **cursor, uint8_t *limit, T *value) {
 
 template <typename T, Order O> inline TOV_Status putInt(uint8_t **cursor, uint8_t *limit, T value) {
   uint8_t *c = *cursor;
-  if (!fits(c, limit, sizeof(T))) return TOV_ERR_BUFFER_TOO_SMALL;
+  if (!fitsFixed<sizeof(T)>(c, limit)) return TOV_ERR_BUFFER_TOO_SMALL;
   store<T, O>(c, value);
   *cursor = c + sizeof(T);
   return TOV_OK;
@@ -64,7 +72,7 @@ inline TOV_Status align(uint8_t **cursor, uint8_t *limit, const uint8_t *base) {
 // Reserves a field of W bytes for a later put through a second cursor.
 template <uint64_t W> inline TOV_Status skip(uint8_t **cursor, uint8_t *limit, uint8_t **field) {
   uint8_t *c = *cursor;
-  if (!fits(c, limit, W)) return TOV_ERR_BUFFER_TOO_SMALL;
+  if (!fitsFixed<W>(c, limit)) return TOV_ERR_BUFFER_TOO_SMALL;
   *field = c;
   *cursor = c + W;
   return TOV_OK;
