@@ -164,22 +164,3 @@ TEST(BufUniStr, ReadFailuresLeaveCursorAndDestinationAlone) {
     for (wchar_t w : text) EXPECT_EQ(0x5A5A, w);
   }
 }
-
-TEST(BufUniStr, NullLimitReadsAndWritesWithoutATest) {
-  uint8_t buf[16];
-  uint8_t *cursor = buf;
-  ASSERT_EQ(TOV_OK, TOV_BufPutUniStr(&cursor, nullptr, L"ok"));
-  ASSERT_EQ(TOV_OK, TOV_BufPutSizedData(&cursor, nullptr, 2, "xy"));
-  EXPECT_EQ(buf + 10 + 6, cursor);
-
-  wchar_t text[3];
-  uint64_t length = 0;
-  uint8_t *data = nullptr;
-  cursor = buf;
-  ASSERT_EQ(TOV_OK, TOV_BufGetUniStr(&cursor, nullptr, text, sizeof text));
-  ASSERT_EQ(TOV_OK, TOV_BufGetSizedData(&cursor, nullptr, &length, &data));
-  EXPECT_STREQ(L"ok", text);
-  EXPECT_EQ(2u, length);
-  EXPECT_EQ(0, std::memcmp(data, "xy", 2));
-  EXPECT_EQ(buf + 16, cursor);
-}
