@@ -78,7 +78,8 @@ template <uint64_t W> inline TOV_Status skip(uint8_t **cursor, uint8_t *limit, u
   return TOV_OK;
 }
 
-// count 16-bit units between memory (processor order) and a buffer (LoHi).
+// Copies count 16-bit units between memory (processor order) and a buffer
+// (LoHi).
 inline void unitsToBuffer(uint8_t *to, const wchar_t *from, uint64_t count) {
   if constexpr (tov::buf::isNative<Order::LoHi>()) {
     std::memcpy(to, from, 2 * count);
