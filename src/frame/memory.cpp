@@ -2,6 +2,8 @@
 // helpers. The tag names the owner; the heap does not see it.
 #include "tov.h"
 
+#include "align.h"
+
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
@@ -46,8 +48,7 @@ extern "C" wchar_t *TOV_wcsdup(TOV_MemTag, const wchar_t *w) {
 }
 
 extern "C" uint8_t *TOV_align32(uint8_t *base, uint8_t *cursor, uint8_t *limit) {
-  const uintptr_t offset = reinterpret_cast<uintptr_t>(cursor) - reinterpret_cast<uintptr_t>(base);
-  const uintptr_t pad = (4 - offset % 4) % 4;
+  const uintptr_t pad = tov::alignPad(base, cursor, 4);
   // Compared as addresses, so that a null limit (address 0) refuses every
   // cursor and nothing is formed past the caller's buffer.
   const uintptr_t target = reinterpret_cast<uintptr_t>(cursor) + pad;
