@@ -193,8 +193,8 @@ TOV_API char *TOV_strnzcpy(char *destination, const char *source, size_t size);
 /* ------------------------------------------------------------------------ */
 
 /* Events, mutexes and semaphores are the system's own objects; an LMutex is a
- * process-private lock (a critical section with a spin count). All four are
- * recursive where they have an owner (mutex, LMutex). Named creates of an
+ * process-private lock (a critical section with a spin count). Mutexes and
+ * LMutexes are recursive. Named creates of an
  * object that exists already return TOV_ERR_ALREADY_EXISTS with a working
  * handle to it, which the caller must destroy as well. Waits return TOV_OK,
  * TOV_ERR_TIMEOUT, or the mapped system error. Destroy functions clear the
@@ -219,7 +219,8 @@ TOV_API TOV_Status TOV_EventPulse(TOV_EventHandle handle);
 TOV_API TOV_Status TOV_EventWait(TOV_EventHandle handle, uint32_t timeoutMs);
 
 /* Created not owned. Releasing a mutex the caller does not own gives the
- * unmapped system error 288. */
+ * unmapped system error 288. Acquiring a mutex whose owner ended without
+ * releasing it succeeds (TOV_OK): the caller owns it then. */
 TOV_API TOV_Status TOV_MutexCreate(const char *name, TOV_MutexHandle *handleOut);
 TOV_API TOV_Status TOV_MutexDestroy(TOV_MutexHandle *handle);
 TOV_API TOV_Status TOV_MutexAcquire(TOV_MutexHandle handle);
