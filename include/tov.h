@@ -336,11 +336,102 @@ TOV_API TOV_Status TOV_FileDelete(const char *path);
 /* Mutexes, events, semaphores, LMutexes                                    */
 /* ------------------------------------------------------------------------ */
 
+/* Events, mutexes and semaphores are the system's own objects; an LMutex is a
+ * process-private lock (a critical section with a spin count). Mutexes and
+ * LMutexes are recursive. Named creates of an
+ * object that exists already return TOV_ERR_ALREADY_EXISTS with a working
+ * handle to it, which the caller must destroy as well. Waits return TOV_OK,
+ * TOV_ERR_TIMEOUT, or the mapped system error. Destroy functions clear the
+ * caller's variable whatever the close returned. */
+typedef void *TOV_EventHandle;
+typedef void *TOV_MutexHandle;
+typedef void *TOV_SemHandle;
+typedef void *TOV_LMutexHandle;
+
+/* Time-out that waits without limit; 0 tests and returns at once. */
+#define TOV_WAIT_INFINITE 0xFFFFFFFFu
+
+/* name may be null; manualReset and initiallySet are flags (non-zero = true). */
+TOV_API TOV_Status TOV_EventCreate(const char *name, int32_t manualReset, int32_t initiallySet,
+                                   TOV_EventHandle *handleOut);
+TOV_API TOV_Status TOV_EventDestroy(TOV_EventHandle *handle);
+TOV_API TOV_Status TOV_EventSet(TOV_EventHandle handle);
+TOV_API TOV_Status TOV_EventReset(TOV_EventHandle handle);
+/* Releases the threads waiting right now (all, or one for auto-reset) and
+ * leaves the event reset. */
+TOV_API TOV_Status TOV_EventPulse(TOV_EventHandle handle);
+TOV_API TOV_Status TOV_EventWait(TOV_EventHandle handle, uint32_t timeoutMs);
+
+/* Created not owned. Releasing a mutex the caller does not own gives the
+ * unmapped system error 288. Acquiring a mutex whose owner ended without
+ * releasing it succeeds (TOV_OK): the caller owns it then. */
+TOV_API TOV_Status TOV_MutexCreate(const char *name, TOV_MutexHandle *handleOut);
+TOV_API TOV_Status TOV_MutexDestroy(TOV_MutexHandle *handle);
+TOV_API TOV_Status TOV_MutexAcquire(TOV_MutexHandle handle);
+/* TOV_ERR_TIMEOUT when another thread owns the mutex. */
+TOV_API TOV_Status TOV_MutexTryAcquire(TOV_MutexHandle handle);
+TOV_API TOV_Status TOV_MutexRelease(TOV_MutexHandle handle);
+
+/* initialCount must not exceed maximumCount. */
+TOV_API TOV_Status TOV_SemCreate(const char *name, uint32_t initialCount, uint32_t maximumCount,
+                                 TOV_SemHandle *handleOut);
+TOV_API TOV_Status TOV_SemDestroy(TOV_SemHandle *handle);
+TOV_API TOV_Status TOV_SemAcquire(TOV_SemHandle handle, uint32_t timeoutMs);
+/* Adds count; TOV_ERR_TOO_MANY_POSTS (count unchanged) past the maximum. */
+TOV_API TOV_Status TOV_SemSignal(TOV_SemHandle handle, uint32_t count);
+
+/* The spin count applies where the platform offers it. */
+TOV_API TOV_Status TOV_LMutexCreate(TOV_LMutexHandle *handleOut, uint32_t spinCount);
+TOV_API TOV_Status TOV_LMutexDestroy(TOV_LMutexHandle *handle);
+/* TOV_ERR_INVALID_HANDLE for a null handle. */
+TOV_API TOV_Status TOV_LMutexAcquire(TOV_LMutexHandle handle);
+/* Never waits: TOV_ERR_TIMEOUT when another thread holds the lock. */
+TOV_API TOV_Status TOV_LMutexTryAcquire(TOV_LMutexHandle handle);
+TOV_API TOV_Status TOV_LMutexRelease(TOV_LMutexHandle handle);
+
 /* (end of mutexes, events, semaphores, lmutexes) */
 
 /* ------------------------------------------------------------------------ */
 /* Threads, thread descriptions, thread-local storage                       */
 /* ------------------------------------------------------------------------ */
+
+/* Thread ids are the system's 32-bit ids, zero-extended; 0 is never an id. */
+typedef void *TOV_ThreadHandle;
+typedef uint32_t (*TOV_ThreadRoutine)(void *argument);
+
+/* Starts routine(argument) at once. stackSize 0 = the platform's default.
+ * With a null handleOut the thread runs detached. */
+TOV_API TOV_Status TOV_ThreadCreate(TOV_ThreadRoutine routine, void *argument, uint32_t stackSize,
+                                    TOV_ThreadHandle *handleOut);
+/* Closes the handle; the thread itself runs on. */
+TOV_API TOV_Status TOV_ThreadDestroy(TOV_ThreadHandle *handle);
+/* TOV_OK once the thread has ended, else TOV_ERR_TIMEOUT after timeoutMs. */
+TOV_API TOV_Status TOV_ThreadWait(TOV_ThreadHandle handle, uint32_t timeoutMs);
+/* TOV_ERR_STILL_RUNNING (nothing written) while the thread runs. */
+TOV_API TOV_Status TOV_ThreadGetExitCode(TOV_ThreadHandle handle, uint32_t *exitCodeOut);
+TOV_API TOV_Status TOV_ThreadGetID(TOV_ThreadHandle handle, uint64_t *idOut);
+TOV_API uint64_t TOV_ThreadGetCurrentID(void);
+/* Ends the calling thread with exitCode; does not return. */
+TOV_API void TOV_ThreadExit(uint32_t exitCode);
+
+/* Every thread has a stack of description pointers that any thread may read.
+ * Push and pop work on the calling thread's stack, whether or not the library
+ * is started. */
+TOV_API TOV_Status TOV_ThreadPushDescriptionPtr(void *value);
+/* Drops the newest entry; TOV_ERR_NOT_FOUND when the stack is empty. */
+TOV_API TOV_Status TOV_ThreadPopDescriptionPtr(void);
+/* Copies the stack of thread threadId (0 = the caller), newest first, into
+ * buffer[0..*count). *count becomes the depth; TOV_ERR_BUFFER_TOO_SMALL when
+ * the depth exceeds the room. buffer may be null only with *count == 0. */
+TOV_API TOV_Status TOV_ThreadGetDescriptionPtrs(uint64_t threadId, void **buffer, uint32_t *count);
+
+/* Thread-local storage keys: the platform's slot index, zero-extended. */
+TOV_API TOV_Status TOV_TLSCreate(uint64_t *keyOut);
+/* Frees the slot and clears *key whatever the result. */
+TOV_API TOV_Status TOV_TLSDestroy(uint64_t *key);
+/* A slot never set reads as null with TOV_OK. */
+TOV_API TOV_Status TOV_TLSGetValue(uint64_t key, void **valueOut);
+TOV_API TOV_Status TOV_TLSSetValue(uint64_t key, void *value);
 
 /* (end of threads, thread descriptions, thread-local storage) */
 

@@ -1,6 +1,7 @@
 // Start-up, clean-up, the loader entry point, memory tags and the version.
 #include "frame.h"
 #include "seams.h"
+#include "sync/thread.h"
 
 #include <winsock2.h>
 #include <windows.h>
@@ -54,6 +55,7 @@ extern "C" TOV_Status TOV_Startup(void *module, int32_t, void *, void *) {
   const int wsaError = startWinsock(&wsa);
   if (wsaError != 0) {
     LogPrintf(LogCrit, "TOV Init: WSAStartup failed, WSE: %d.", wsaError);
+    descriptionCleanup();
     TOV_FreeMemTag(&g_memTag);
     --g_startCount;
     return wsaError;
@@ -68,6 +70,7 @@ extern "C" void TOV_Cleanup(void *) {
   if (g_startCount != 0 && --g_startCount != 0) return;
   if (WSACleanup() == SOCKET_ERROR)
     LogPrintf(LogErr, "TOV: WSACleanup failed, WSE: %d.", WSAGetLastError());
+  descriptionCleanup();
   TOV_FreeMemTag(&g_memTag);
 }
 
@@ -95,6 +98,7 @@ extern "C" uint32_t findid(uint32_t value, const uint32_t *list, uint32_t count)
 #ifndef TOV_STATIC
 extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID) {
   if (reason == DLL_PROCESS_ATTACH) g_module = module;
+  if (reason == DLL_THREAD_DETACH) threadEnded(GetCurrentThreadId());
   return TRUE;
 }
 #endif

@@ -1,0 +1,176 @@
+// Events, mutexes, semaphores and LMutexes. The first three are the system's
+// objects, handed out as their own handles; an LMutex is a critical section in
+// a library block.
+#include "frame/dynlib.h"
+#include "frame/frame.h"
+#include "wait.h"
+
+#include <windows.h>
+
+namespace tov {
+
+TOV_Status waitResult(DWORD result) noexcept {
+  if (result == WAIT_OBJECT_0) return TOV_OK;
+  if (result == WAIT_TIMEOUT) return TOV_ERR_TIMEOUT;
+  // An abandoned mutex is acquired all the same: the caller owns it now and
+  // must release it. The platform leaves the last error untouched here, so
+  // mapping it would hand back whatever stale error the thread carried. We
+  // clear it, and the abandoned acquire reports TOV_OK like any acquire.
+  if (result == WAIT_ABANDONED) SetLastError(ERROR_SUCCESS);
+  return MapLastSystemError();
+}
+
+} // namespace tov
+
+using namespace tov;
+
+namespace {
+
+// The create rule of the named objects: no handle → the mapped error, nothing
+// written; a handle → written, TOV_ERR_ALREADY_EXISTS when the name existed.
+TOV_Status created(HANDLE h, void **handleOut) {
+  if (!h) return MapLastSystemError();
+  const DWORD error = GetLastError();
+  *handleOut = h;
+  return error == ERROR_ALREADY_EXISTS ? TOV_ERR_ALREADY_EXISTS : TOV_OK;
+}
+
+// The destroy rule: close, clear the variable whatever happened, report.
+TOV_Status closeAndClear(void **handle) {
+  const TOV_Status status = CloseHandle(*handle) ? TOV_OK : MapLastSystemError();
+  *handle = nullptr;
+  return status;
+}
+
+inline TOV_Status signalled(BOOL ok) {
+  return ok ? TOV_OK : MapLastSystemError();
+}
+
+// The spin-count initialiser is looked up once per process in the resident
+// kernel module and never forgotten.
+using InitSpinFn = BOOL WINAPI(LPCRITICAL_SECTION, DWORD);
+constinit DynLibrary g_kernel32{"Kernel32.dll", DynLibraryBase::Load::Resident,
+                                "InitializeCriticalSectionAndSpinCount"};
+constexpr size_t kInitSpin = 0;
+
+inline CRITICAL_SECTION *section(TOV_LMutexHandle h) {
+  return static_cast<CRITICAL_SECTION *>(h);
+}
+
+} // namespace
+
+// ---- Events -----------------------------------------------------------------
+
+extern "C" TOV_Status TOV_EventCreate(const char *name, int32_t manualReset, int32_t initiallySet,
+                                      TOV_EventHandle *handleOut) {
+  TOV_FRAME(handleOut != nullptr);
+  return created(CreateEventA(nullptr, manualReset != 0, initiallySet != 0, name), handleOut);
+}
+
+extern "C" TOV_Status TOV_EventDestroy(TOV_EventHandle *handle) {
+  TOV_FRAME(handle != nullptr);
+  return closeAndClear(handle);
+}
+
+extern "C" TOV_Status TOV_EventSet(TOV_EventHandle handle) {
+  return signalled(SetEvent(handle));
+}
+
+extern "C" TOV_Status TOV_EventReset(TOV_EventHandle handle) {
+  return signalled(ResetEvent(handle));
+}
+
+extern "C" TOV_Status TOV_EventPulse(TOV_EventHandle handle) {
+  return signalled(PulseEvent(handle));
+}
+
+extern "C" TOV_Status TOV_EventWait(TOV_EventHandle handle, uint32_t timeoutMs) {
+  return waitResult(WaitForSingleObject(handle, timeoutMs));
+}
+
+// ---- Mutexes ----------------------------------------------------------------
+
+extern "C" TOV_Status TOV_MutexCreate(const char *name, TOV_MutexHandle *handleOut) {
+  TOV_FRAME(handleOut != nullptr);
+  return created(CreateMutexA(nullptr, FALSE, name), handleOut);
+}
+
+extern "C" TOV_Status TOV_MutexDestroy(TOV_MutexHandle *handle) {
+  TOV_FRAME(handle != nullptr);
+  return closeAndClear(handle);
+}
+
+extern "C" TOV_Status TOV_MutexAcquire(TOV_MutexHandle handle) {
+  return waitResult(WaitForSingleObject(handle, INFINITE));
+}
+
+extern "C" TOV_Status TOV_MutexTryAcquire(TOV_MutexHandle handle) {
+  return waitResult(WaitForSingleObject(handle, 0));
+}
+
+extern "C" TOV_Status TOV_MutexRelease(TOV_MutexHandle handle) {
+  return signalled(ReleaseMutex(handle));
+}
+
+// ---- Semaphores -------------------------------------------------------------
+
+extern "C" TOV_Status TOV_SemCreate(const char *name, uint32_t initialCount, uint32_t maximumCount,
+                                    TOV_SemHandle *handleOut) {
+  TOV_FRAME(handleOut != nullptr && initialCount <= maximumCount);
+  return created(CreateSemaphoreA(nullptr, static_cast<LONG>(initialCount),
+                                  static_cast<LONG>(maximumCount), name),
+                 handleOut);
+}
+
+extern "C" TOV_Status TOV_SemDestroy(TOV_SemHandle *handle) {
+  TOV_FRAME(handle != nullptr);
+  return closeAndClear(handle);
+}
+
+extern "C" TOV_Status TOV_SemAcquire(TOV_SemHandle handle, uint32_t timeoutMs) {
+  return waitResult(WaitForSingleObject(handle, timeoutMs));
+}
+
+extern "C" TOV_Status TOV_SemSignal(TOV_SemHandle handle, uint32_t count) {
+  return signalled(ReleaseSemaphore(handle, static_cast<LONG>(count), nullptr));
+}
+
+// ---- LMutexes ---------------------------------------------------------------
+
+extern "C" TOV_Status TOV_LMutexCreate(TOV_LMutexHandle *handleOut, uint32_t spinCount) {
+  TOV_FRAME(handleOut != nullptr);
+  auto *cs = static_cast<CRITICAL_SECTION *>(TOV_malloc(libTag(), sizeof(CRITICAL_SECTION)));
+  if (!cs) return TOV_ERR_NO_MEMORY;
+  // Without the spin-count initialiser, or when it fails, the lock simply
+  // has no spin count.
+  if (!g_kernel32.call<InitSpinFn>(kInitSpin, FALSE, cs, static_cast<DWORD>(spinCount)))
+    InitializeCriticalSection(cs);
+  *handleOut = cs;
+  return TOV_OK;
+}
+
+extern "C" TOV_Status TOV_LMutexDestroy(TOV_LMutexHandle *handle) {
+  TOV_FRAME(handle != nullptr);
+  CRITICAL_SECTION *cs = section(*handle);
+  *handle = nullptr;
+  if (cs) {
+    DeleteCriticalSection(cs);
+    TOV_free(cs);
+  }
+  return TOV_OK;
+}
+
+extern "C" TOV_Status TOV_LMutexAcquire(TOV_LMutexHandle handle) {
+  if (!handle) return TOV_ERR_INVALID_HANDLE;
+  EnterCriticalSection(section(handle));
+  return TOV_OK;
+}
+
+extern "C" TOV_Status TOV_LMutexTryAcquire(TOV_LMutexHandle handle) {
+  return TryEnterCriticalSection(section(handle)) ? TOV_OK : TOV_ERR_TIMEOUT;
+}
+
+extern "C" TOV_Status TOV_LMutexRelease(TOV_LMutexHandle handle) {
+  LeaveCriticalSection(section(handle));
+  return TOV_OK;
+}
