@@ -2,6 +2,8 @@
 #include "frame/frame.h"
 #include "support.h"
 
+#include <winsock2.h>
+
 #include <cerrno>
 #include <gtest/gtest.h>
 

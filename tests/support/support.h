@@ -2,7 +2,6 @@
 // temporary folder per test, and child processes of the test program itself.
 #pragma once
 
-#include <winsock2.h>
 #include <windows.h>
 
 #include <map>
