@@ -204,11 +204,102 @@ TOV_API char *TOV_strnzcpy(char *destination, const char *source, size_t size);
 /* Sockets                                                                  */
 /* ------------------------------------------------------------------------ */
 
+/* Socket addresses, buffer lists (WSABUF) and overlapped records
+ * (WSAOVERLAPPED) are the platform's own records from <winsock2.h>. Families,
+ * types, protocols, option levels and names, control codes, flags and
+ * shutdown modes are the platform's numbers, passed through unchanged. */
+struct sockaddr;
+struct _WSABUF;
+struct _OVERLAPPED;
+
+/* A socket handle. Every socket is created for overlapped operation; an
+ * overlapped call that the system leaves pending returns TOV_OK. Out
+ * arguments are written only on TOV_OK. */
+typedef struct TOV_Skt TOV_Skt;
+
+/* Option level 0xFFFF, name 4 (address reuse) is only remembered by the
+ * socket object and never reaches the system socket; TOV_SO_REUSEPORT at the
+ * same level is the system's address-reuse option (two live sockets share a
+ * port). */
+#define TOV_SO_REUSEPORT 0x200
+
+TOV_API TOV_Status TOV_SktCreate(int32_t family, int32_t type, int32_t protocol,
+                                 TOV_Skt **socketOut);
+/* Closes the socket, frees the object and clears *socket, also when the
+ * close fails; returns the close's status. */
+TOV_API TOV_Status TOV_SktDestroy(TOV_Skt **socket);
+TOV_API TOV_Status TOV_SktBind(TOV_Skt *socket, const struct sockaddr *address,
+                               uint64_t addressLength);
+TOV_API TOV_Status TOV_SktListen(TOV_Skt *socket, int32_t backlog);
+/* peer and peerLength may be null. */
+TOV_API TOV_Status TOV_SktAccept(TOV_Skt *listener, TOV_Skt **socketOut, struct sockaddr *peer,
+                                 int32_t *peerLength);
+/* A non-blocking socket that cannot connect at once gives TOV_ERR_NET_WOULDBLOCK. */
+TOV_API TOV_Status TOV_SktConnect(TOV_Skt *socket, const struct sockaddr *address,
+                                  uint64_t addressLength);
+/* how: 0 receive, 1 send, 2 both. */
+TOV_API TOV_Status TOV_SktShutdown(TOV_Skt *socket, int32_t how);
+/* *addressLength: the buffer's size going in, the address's size coming out. */
+TOV_API TOV_Status TOV_SktGetLocalAddress(TOV_Skt *socket, struct sockaddr *address,
+                                          int32_t *addressLength);
+TOV_API TOV_Status TOV_SktGetRemoteAddress(TOV_Skt *socket, struct sockaddr *address,
+                                           int32_t *addressLength);
+/* *valueLength: the buffer's size going in, the value's size coming out. */
+TOV_API TOV_Status TOV_SktGetOption(TOV_Skt *socket, int32_t level, int32_t name, void *value,
+                                    uint64_t *valueLength);
+TOV_API TOV_Status TOV_SktSetOption(TOV_Skt *socket, int32_t level, int32_t name, const void *value,
+                                    uint64_t valueLength);
+/* *outputLength (may be null): the output buffer's size going in, the bytes
+ * returned coming out. */
+TOV_API TOV_Status TOV_SktIOCtl(TOV_Skt *socket, uint32_t code, const void *input,
+                                uint64_t inputLength, void *output, uint64_t *outputLength,
+                                struct _OVERLAPPED *overlapped);
+/* Sends from a buffer list; to (may be null) makes it a send to that address. */
+TOV_API TOV_Status TOV_SktSend(TOV_Skt *socket, struct _WSABUF *buffers, uint32_t count,
+                               uint64_t *bytesSent, uint32_t flags, const struct sockaddr *to,
+                               int32_t toLength, struct _OVERLAPPED *overlapped);
+TOV_API TOV_Status TOV_SktSendBuf(TOV_Skt *socket, const void *data, uint64_t length,
+                                  uint64_t *bytesSent, uint32_t flags, const struct sockaddr *to,
+                                  int32_t toLength, struct _OVERLAPPED *overlapped);
+/* Receives into a buffer list; from (may be null) receives the source
+ * address. 0 bytes on a stream: the peer has shut down its side. */
+TOV_API TOV_Status TOV_SktReceive(TOV_Skt *socket, struct _WSABUF *buffers, uint32_t count,
+                                  uint64_t *bytesReceived, uint32_t *flags, struct sockaddr *from,
+                                  int32_t *fromLength, struct _OVERLAPPED *overlapped);
+TOV_API TOV_Status TOV_SktRecvBuf(TOV_Skt *socket, void *buffer, uint64_t length,
+                                  uint64_t *bytesReceived, uint32_t *flags, struct sockaddr *from,
+                                  int32_t *fromLength, struct _OVERLAPPED *overlapped);
+
 /* (end of sockets) */
 
 /* ------------------------------------------------------------------------ */
 /* Socket address presentation                                              */
 /* ------------------------------------------------------------------------ */
+
+/* Text forms of IPv4 (family 2), IPX (6) and IPv6 (23) socket addresses,
+ * optionally with a protocol prefix and a port:
+ *   192.0.2.7   tcp:192.0.2.7:80   [2001:db8::1]:443   udpv6:[::1]:53
+ *   0000000a:00a0c9123456   spx:0000000a:00a0c9123456:0453
+ * Both functions work whatever the start-up state. */
+#define TOV_PRES_PORT 0x01u     /* a port (IPX: socket number) */
+#define TOV_PRES_PREFIX 0x02u   /* a protocol prefix */
+#define TOV_PRES_STREAM 0x04u   /* prefix tcp, tcpv6 or spx */
+#define TOV_PRES_DATAGRAM 0x08u /* prefix udp, udpv6 or ipx */
+#define TOV_PRES_UPPER 0x10u    /* writing: prefix and hex digits in upper case */
+
+/* Room for the longest text of any family, terminator included. */
+#define TOV_PRES_MAX_TEXT 54
+
+/* Writes the address's text into text (TOV_PRES_MAX_TEXT bytes serve every
+ * family). TOV_ERR_INVALID_PARAMETER for another family, nothing written. */
+TOV_API TOV_Status TOV_SktNetToPresentation(const struct sockaddr *address, uint32_t flags,
+                                            char *text);
+/* Reads text into address, whose size in bytes is *addressSize (at least 2);
+ * on TOV_OK *addressSize is the record's size (16, 14 or 28) and *flags tells
+ * the parts found. TOV_ERR_BUFFER_TOO_SMALL leaves *addressSize unchanged;
+ * TOV_ERR_INVALID_PARAMETER for a text that cannot be read. */
+TOV_API TOV_Status TOV_SktPresentationToNet(const char *text, uint32_t *flags,
+                                            struct sockaddr *address, uint64_t *addressSize);
 
 /* (end of socket address presentation) */
 
