@@ -303,6 +303,18 @@ TOV_API TOV_Status TOV_SktPresentationToNet(const char *text, uint32_t *flags,
 
 /* (end of socket address presentation) */
 
+/* ------------------------------------------------------------------------ */
+/* Socket sets                                                              */
+/* ------------------------------------------------------------------------ */
+
+/* (end of socket sets) */
+
+/* ------------------------------------------------------------------------ */
+/* I/O completion ports                                                     */
+/* ------------------------------------------------------------------------ */
+
+/* (end of i/o completion ports) */
+
 #ifdef __cplusplus
 }
 #endif
