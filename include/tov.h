@@ -538,6 +538,75 @@ TOV_API TOV_Status TOV_SktPresentationToNet(const char *text, uint32_t *flags,
 
 /* (end of socket address presentation) */
 
+/* ------------------------------------------------------------------------ */
+/* Socket sets                                                              */
+/* ------------------------------------------------------------------------ */
+
+/* A socket set: socket handles with interest flags and a context value of
+ * the caller's, waited on together with TOV_FDSSelect. No limit on the
+ * number of sockets. A set has no lock: calls on one set (its callbacks
+ * included) must come from one thread at a time. The set never closes the
+ * sockets it holds. */
+typedef struct TOV_FDS TOV_FDS;
+
+/* Interest flags. Other bits are kept and returned but select nothing. */
+#define TOV_FDS_READ 0x01u
+#define TOV_FDS_WRITE 0x02u
+#define TOV_FDS_EXCEPT 0x04u
+
+/* What TOV_FDSModify changes. */
+#define TOV_FDS_SET_FLAGS 0x01u
+#define TOV_FDS_SET_CONTEXT 0x02u
+
+/* One ready socket: the entry's handle, interest flags (not the condition
+ * met) and context. */
+typedef struct TOV_FDSResult {
+  TOV_Skt *handle;
+  uint32_t flags;
+  uint64_t context;
+} TOV_FDSResult;
+
+/* Called per entry by TOV_FDSEnumerate and TOV_FDSDestroy, in ascending
+ * handle order; a non-zero return stops the walk. */
+typedef TOV_Status (*TOV_FDSCallback)(TOV_Skt *socket, uint32_t flags, uint64_t context);
+
+/* sizeHint: slots of the first index growth (0 counts as 1); doubles after. */
+TOV_API TOV_Status TOV_FDSCreate(uint32_t sizeHint, TOV_FDS **setOut);
+/* Calls callback (may be null) per entry until it returns non-zero, frees
+ * the set and clears *set. Returns TOV_OK whatever the callback returned. */
+TOV_API TOV_Status TOV_FDSDestroy(TOV_FDS **set, TOV_FDSCallback callback);
+/* flags must not be 0. TOV_ERR_ALREADY_EXISTS when the handle is in the set. */
+TOV_API TOV_Status TOV_FDSAssociate(TOV_FDS *set, TOV_Skt *socket, uint32_t flags,
+                                    uint64_t context);
+/* Sets the flags (TOV_FDS_SET_FLAGS, 0 allowed) and/or the context
+ * (TOV_FDS_SET_CONTEXT) from *flags and *context, then stores the previous
+ * values through each non-null pointer; what = 0 only reads. */
+TOV_API TOV_Status TOV_FDSModify(TOV_FDS *set, TOV_Skt *socket, uint32_t what, uint32_t *flags,
+                                 uint64_t *context);
+/* Removes the handle's entry and stores its context (context may be null). */
+TOV_API TOV_Status TOV_FDSRemove(TOV_FDS *set, TOV_Skt *socket, uint64_t *context);
+/* Entries with each interest that which selects, summed per interest. */
+TOV_API TOV_Status TOV_FDSCount(TOV_FDS *set, uint32_t *count, uint32_t which);
+/* Returns the first non-zero callback result, TOV_OK otherwise. The callback
+ * must not change the set. */
+TOV_API TOV_Status TOV_FDSEnumerate(TOV_FDS *set, TOV_FDSCallback callback);
+/* Waits (timeoutMs, 0xFFFFFFFF without limit) until entries with the
+ * interests in which are ready; fills one record per ready socket and
+ * interest, read records first, then write, then except. *count: the
+ * array's size going in, the number of ready records coming out;
+ * TOV_ERR_BUFFER_TOO_SMALL when that is larger (the array then holds the
+ * first ones). TOV_ERR_TIMEOUT leaves *count alone. */
+TOV_API TOV_Status TOV_FDSSelect(TOV_FDS *set, uint32_t which, TOV_FDSResult *results,
+                                 uint32_t *count, uint32_t timeoutMs);
+
+/* (end of socket sets) */
+
+/* ------------------------------------------------------------------------ */
+/* I/O completion ports                                                     */
+/* ------------------------------------------------------------------------ */
+
+/* (end of i/o completion ports) */
+
 #ifdef __cplusplus
 }
 #endif
