@@ -605,6 +605,35 @@ TOV_API TOV_Status TOV_FDSSelect(TOV_FDS *set, uint32_t which, TOV_FDSResult *re
 /* I/O completion ports                                                     */
 /* ------------------------------------------------------------------------ */
 
+/* A completion port: a queue of finished overlapped operations that any
+ * number of worker threads wait on. Sockets associated with a port complete
+ * their overlapped sends, receives and control calls into it under the key
+ * chosen at association. Only create and destroy test the start-up count;
+ * the others work on a live port whatever the start-up state. */
+typedef struct TOV_IOCPort TOV_IOCPort;
+
+/* What TOV_IOCPortWait returns when its time-out expires with nothing queued
+ * (the system's wait time-out number, which has no library code). */
+#define TOV_IOCPORT_WAIT_TIMEOUT 258
+
+/* concurrency: how many waiting threads the system lets run at once; 0 means
+ * one per processor. */
+TOV_API TOV_Status TOV_IOCPortCreate(uint32_t concurrency, TOV_IOCPort **portOut);
+/* Closes the port, frees the object and clears *port, also when the close
+ * fails; returns the close's status. */
+TOV_API TOV_Status TOV_IOCPortDestroy(TOV_IOCPort **port);
+/* Ties the socket to the port: its overlapped operations complete there with key. */
+TOV_API TOV_Status TOV_IOCPortAssociate(TOV_IOCPort *port, TOV_Skt *socket, uint64_t key);
+/* Posts a completion of one's own; a waiter receives exactly these values. */
+TOV_API TOV_Status TOV_IOCPortSignal(TOV_IOCPort *port, uint32_t byteCount, uint64_t key,
+                                     struct _OVERLAPPED *overlapped);
+/* Waits up to timeoutMs (0xFFFFFFFF: no limit, 0: only looks) for the next
+ * completion. key is required; byteCount and overlapped may be null and are
+ * written only on TOV_OK. Returns TOV_IOCPORT_WAIT_TIMEOUT when nothing came,
+ * or the failure of a dequeued operation, whose key is then in *key. */
+TOV_API TOV_Status TOV_IOCPortWait(TOV_IOCPort *port, uint64_t *byteCount, uint64_t *key,
+                                   struct _OVERLAPPED **overlapped, uint32_t timeoutMs);
+
 /* (end of i/o completion ports) */
 
 #ifdef __cplusplus
