@@ -234,13 +234,17 @@ struct Target {
   uint64_t *size;
 };
 
-// Checks the declared size against the family's record.
-bool fits(const Target &t, uint64_t recordSize) noexcept {
-  return *t.size >= recordSize;
+// Checks the declared size against the family's record and, when it fits,
+// sets it to the record's size before the text is read: a text that then
+// fails leaves it so.
+bool claim(const Target &t, uint64_t recordSize) noexcept {
+  if (*t.size < recordSize) return false;
+  *t.size = recordSize;
+  return true;
 }
 
 TOV_Status readIPv4(const char *p, Target t, uint32_t &flags) noexcept {
-  if (!fits(t, kSizeIPv4)) return TOV_ERR_BUFFER_TOO_SMALL;
+  if (!claim(t, kSizeIPv4)) return TOV_ERR_BUFFER_TOO_SMALL;
   uint8_t *address = t.bytes + offsetof(sockaddr_in, sin_addr);
   p = skipSpace(p);
   for (int i = 0; i < 4; ++i) {
@@ -257,12 +261,11 @@ TOV_Status readIPv4(const char *p, Target t, uint32_t &flags) noexcept {
     std::memcpy(t.bytes + offsetof(sockaddr_in, sin_port), &port, sizeof port);
     flags |= TOV_PRES_PORT;
   }
-  *t.size = kSizeIPv4;
   return TOV_OK;
 }
 
 TOV_Status readIPX(const char *p, Target t, uint32_t &flags) noexcept {
-  if (!fits(t, kSizeIPX)) return TOV_ERR_BUFFER_TOO_SMALL;
+  if (!claim(t, kSizeIPX)) return TOV_ERR_BUFFER_TOO_SMALL;
   // Network number, node number and socket number follow the family field.
   uint8_t *out = t.bytes + offsetof(SOCKADDR_IPX, sa_netnum);
   static_assert(offsetof(SOCKADDR_IPX, sa_nodenum) == offsetof(SOCKADDR_IPX, sa_netnum) + 4 &&
@@ -280,7 +283,6 @@ TOV_Status readIPX(const char *p, Target t, uint32_t &flags) noexcept {
       flags |= TOV_PRES_PORT;
     }
   }
-  *t.size = kSizeIPX;
   return TOV_OK;
 }
 
@@ -351,7 +353,7 @@ bool expandIPv6(const char *text, Expansion &out) noexcept {
 TOV_Status readIPv6(const char *text, Target t, uint32_t &flags) noexcept {
   Expansion expansion;
   if (!expandIPv6(text, expansion)) return TOV_ERR_INVALID_PARAMETER;
-  if (!fits(t, kSizeIPv6)) return TOV_ERR_BUFFER_TOO_SMALL;
+  if (!claim(t, kSizeIPv6)) return TOV_ERR_BUFFER_TOO_SMALL;
 
   uint8_t group[8][2] = {};
   const char *const begin = expansion.text();
@@ -396,7 +398,6 @@ TOV_Status readIPv6(const char *text, Target t, uint32_t &flags) noexcept {
     flags |= TOV_PRES_PORT;
   }
   std::memcpy(t.bytes + offsetof(sockaddr_in6, sin6_addr), group, sizeof group);
-  *t.size = kSizeIPv6;
   return TOV_OK;
 }
 

@@ -230,6 +230,16 @@ TEST(Presentation, SizeBelowTheRecordIsRefusedAndKept) {
   const ReadResult r = read("[2001:db8::1]", 16);
   EXPECT_EQ(r.status, kSmall);
   EXPECT_EQ(r.size, 16u);
+
+  // The size is set to the record's as soon as the record fits, before the
+  // rest of the text is read: a text that fails later leaves it so.
+  for (const auto &[text, record] : {std::pair{"192.0.2", 16u}, std::pair{"[1:2:3]", 28u},
+                                     std::pair{"0000000a:00a0c912345g", 14u}}) {
+    SCOPED_TRACE(text);
+    const ReadResult bad = read(text, 40);
+    EXPECT_EQ(bad.status, TOV_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(bad.size, record);
+  }
 }
 
 // ---- Hostile texts -------------------------------------------------------------------------
