@@ -52,6 +52,13 @@ foreach(line IN LISTS imports)
   endif()
 endforeach()
 
+# No global constructors: the DLL's state is set up by its functions alone.
+execute_process(COMMAND ${OBJDUMP} -h ${DLL} OUTPUT_VARIABLE sections)
+if(sections MATCHES "\\.ctors|\\.init_array")
+  message(SEND_ERROR "the DLL has global constructors (.ctors/.init_array)")
+  set(failed TRUE)
+endif()
+
 list(LENGTH exports n)
 if(failed)
   message(FATAL_ERROR "export/import check failed")
