@@ -40,7 +40,9 @@ typedef struct Server {
 static TOV_Status closeClient(TOV_Skt *socket, uint32_t flags, uint64_t context) {
   (void)flags;
   if (context == 0) return TOV_OK;
-  free((Client *)(uintptr_t)context);
+  Client *c = (Client *)(uintptr_t)context;
+  printf("server: %s closed after %" PRIu32 " requests\n", c->peer, c->requests);
+  free(c);
   TOV_SktDestroy(&socket);
   return TOV_OK;
 }
