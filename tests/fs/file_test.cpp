@@ -132,3 +132,23 @@ TEST_F(FileTest, FailuresWriteNothing) {
   EXPECT_EQ(std::tie(at, n, u, pos, c, m.h), std::make_tuple(3u, 4u, 77u, 0u, 0u, nullptr));
   EXPECT_EQ(tovtest::readFile(dir_.file("f")), "0123456789");
 }
+
+// A position whose low half is 0xFFFFFFFF is a success, whatever error the
+// thread had before; times are whole seconds since 1970 UTC by both routes.
+TEST_F(FileTest, PositionEdgeAndTimes) {
+  File f(dir_.file("f"), R | W);
+  uint64_t pos = 0, size = 0;
+  SetLastError(ERROR_ACCESS_DENIED);
+  ASSERT_EQ(TOV_FileSetSize(f.h, 0xFFFFFFFFull), OK);
+  EXPECT_EQ(TOV_FileTell(f.h, &pos), OK);
+  EXPECT_EQ(TOV_FileSize(f.h, &size), OK);
+  EXPECT_EQ(std::tie(pos, size), std::make_tuple(0xFFFFFFFFull, 0xFFFFFFFFull));
+  FILETIME ft{0x25801687u, 0x01BF53EBu}; // 2000-01-01 00:00:00.1234567 UTC
+  ASSERT_TRUE(SetFileTime(f.h, nullptr, nullptr, &ft));
+  TOV_FileInfo byHandle{}, byName{};
+  EXPECT_EQ(TOV_FileInfoByHandle(f.h, &byHandle), OK);
+  EXPECT_EQ(TOV_FileInfoByName(dir_.file("f").c_str(), &byName), OK);
+  EXPECT_EQ(byHandle.modified, 946684800);
+  EXPECT_EQ(byName.modified, 946684800);
+  EXPECT_EQ(byName.size, 0xFFFFFFFFull);
+}
