@@ -113,3 +113,23 @@ TEST_F(FDS, RandomHistoryFollowsAModel) {
   EXPECT_EQ(calls, all);
   EXPECT_EQ(set, nullptr);
 }
+
+// Handles are ordered as unsigned 64-bit values: two stand-in records (the set
+// reads nothing but the system socket, and only when selecting) whose low
+// 32 bits sort the other way round.
+TEST_F(FDS, HandlesAreOrderedByTheirFull64Bits) {
+  char *low = static_cast<char *>(VirtualAlloc(reinterpret_cast<void *>(0x180000000), 4096,
+                                               MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
+  char *high = static_cast<char *>(VirtualAlloc(reinterpret_cast<void *>(0x100000010000), 4096,
+                                                MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
+  if (!low || !high) GTEST_SKIP() << "could not place pages at the chosen addresses";
+  ASSERT_EQ(TOV_FDSCreate(0, &set), TOV_OK);
+  for (char *h : {high, low}) ASSERT_EQ(TOV_FDSAssociate(set, (TOV_Skt *)h, 1, 0), TOV_OK);
+  stopAt(0, TOV_OK);
+  ASSERT_EQ(TOV_FDSEnumerate(set, record), TOV_OK);
+  ASSERT_EQ(calls.size(), 2u);
+  EXPECT_EQ(calls[0].first, (TOV_Skt *)low);
+  EXPECT_EQ(TOV_FDSDestroy(&set, nullptr), TOV_OK);
+  VirtualFree(low, 0, MEM_RELEASE);
+  VirtualFree(high, 0, MEM_RELEASE);
+}
