@@ -224,3 +224,47 @@ TEST_F(Started, ConcurrentReadersAndEndingPushers) {
   EXPECT_TRUE(ended > 100 && heapInUse() < heapBefore + 64 * 1024) << ended << " threads ended";
   for (auto &id : ids) EXPECT_EQ(stackOf(id), Stack{});
 }
+
+// A thread with a handle: still running (nothing written), then its id and
+// exit code; TOV_ThreadExit ends it with its own code.
+TEST_F(Started, ThreadRecordsAndTls) {
+  static TOV_EventHandle go;
+  ASSERT_EQ(TOV_EventCreate(nullptr, 1, 0, &go), TOV_OK);
+  TOV_ThreadHandle t = nullptr;
+  static std::atomic<uint64_t> ranAs;
+  ASSERT_EQ(TOV_ThreadCreate(
+                [](void *) -> uint32_t {
+                  ranAs = TOV_ThreadGetCurrentID();
+                  TOV_EventWait(go, TOV_WAIT_INFINITE);
+                  TOV_ThreadExit(41);
+                  return 0;
+                },
+                nullptr, 0, &t),
+            TOV_OK);
+  uint32_t code = 7;
+  uint64_t id = 0;
+  EXPECT_EQ(TOV_ThreadWait(t, 0), TOV_ERR_TIMEOUT);
+  EXPECT_EQ(TOV_ThreadGetExitCode(t, &code), TOV_ERR_STILL_RUNNING);
+  EXPECT_EQ(code, 7u);
+  ASSERT_EQ(TOV_EventSet(go), TOV_OK);
+  ASSERT_EQ(TOV_ThreadWait(t, TOV_WAIT_INFINITE), TOV_OK);
+  EXPECT_EQ(TOV_ThreadGetExitCode(t, &code), TOV_OK);
+  EXPECT_EQ(TOV_ThreadGetID(t, &id), TOV_OK);
+  EXPECT_EQ(std::tie(code, id), std::make_tuple(41u, ranAs.load()));
+  EXPECT_EQ(TOV_ThreadDestroy(&t), TOV_OK);
+  EXPECT_EQ(t, nullptr);
+  EXPECT_EQ(TOV_EventDestroy(&go), TOV_OK);
+
+  // A slot never set reads as null with TOV_OK, even after a stale error.
+  uint64_t key = 0;
+  void *value = ptr(1);
+  ASSERT_EQ(TOV_TLSCreate(&key), TOV_OK);
+  SetLastError(ERROR_ACCESS_DENIED);
+  EXPECT_EQ(TOV_TLSGetValue(key, &value), TOV_OK);
+  EXPECT_EQ(value, nullptr);
+  EXPECT_EQ(TOV_TLSSetValue(key, ptr(5)), TOV_OK);
+  EXPECT_EQ(TOV_TLSGetValue(key, &value), TOV_OK);
+  EXPECT_EQ(value, ptr(5));
+  EXPECT_EQ(TOV_TLSDestroy(&key), TOV_OK);
+  EXPECT_EQ(key, 0u);
+}
