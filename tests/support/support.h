@@ -17,7 +17,6 @@ public:
   DebugCapture(const DebugCapture &) = delete;
   DebugCapture &operator=(const DebugCapture &) = delete;
   std::string text() const;
-  void clear();
 
 private:
   void *handler_;
