@@ -140,7 +140,7 @@ extern "C" TOV_Status TOV_FDSCreate(uint32_t sizeHint, TOV_FDS **setOut) {
 extern "C" TOV_Status TOV_FDSDestroy(TOV_FDS **setVar, TOV_FDSCallback callback) {
   TOV_FRAME(setVar != nullptr);
   TOV_FDS *set = *setVar;
-  if (set == nullptr) return TOV_OK; // nothing to destroy
+  if (set == nullptr) return TOV_ERR_INVALID_HANDLE; // already destroyed
   for (uint32_t i = 0; i < set->entryCount; ++i) {
     const TOV_FDSEntry *e = set->byHandle[i];
     if (callback == nullptr || callback(e->handle, e->flags, e->context) != TOV_OK) break;

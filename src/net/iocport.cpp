@@ -33,6 +33,7 @@ extern "C" TOV_Status TOV_IOCPortCreate(uint32_t concurrency, TOV_IOCPort **port
 extern "C" TOV_Status TOV_IOCPortDestroy(TOV_IOCPort **port) {
   TOV_FRAME(port != nullptr);
   TOV_IOCPort *obj = *port;
+  if (!obj) return TOV_ERR_INVALID_HANDLE; // already destroyed: nothing to close
   const TOV_Status status = CloseHandle(obj->port) ? TOV_OK : tov::MapLastSystemError();
   TOV_free(obj);
   *port = nullptr;

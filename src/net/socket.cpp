@@ -45,6 +45,7 @@ extern "C" TOV_Status TOV_SktCreate(int32_t family, int32_t type, int32_t protoc
 extern "C" TOV_Status TOV_SktDestroy(TOV_Skt **socket) {
   TOV_FRAME(socket != nullptr);
   TOV_Skt *skt = *socket;
+  if (!skt) return TOV_ERR_INVALID_HANDLE; // already destroyed: nothing to close
   const TOV_Status status = closesocket(skt->sock) == 0 ? TOV_OK : tov::MapWSALastError();
   TOV_free(skt);
   *socket = nullptr;

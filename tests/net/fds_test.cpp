@@ -133,3 +133,18 @@ TEST_F(FDS, HandlesAreOrderedByTheirFull64Bits) {
   VirtualFree(low, 0, MEM_RELEASE);
   VirtualFree(high, 0, MEM_RELEASE);
 }
+
+// A second destroy through the cleared variable is refused, not a crash.
+TEST_F(FDS, DestroyThroughAClearedVariable) {
+  TOV_Skt *s = nullptr;
+  TOV_IOCPort *p = nullptr;
+  ASSERT_EQ(TOV_FDSCreate(0, &set), TOV_OK);
+  ASSERT_EQ(TOV_IOCPortCreate(0, &p), TOV_OK);
+  ASSERT_EQ(TOV_SktCreate(AF_INET, SOCK_DGRAM, IPPROTO_UDP, &s), TOV_OK);
+  for (TOV_Status expect : {TOV_OK, TOV_ERR_INVALID_HANDLE}) {
+    EXPECT_EQ(TOV_FDSDestroy(&set, nullptr), expect);
+    EXPECT_EQ(TOV_IOCPortDestroy(&p), expect);
+    EXPECT_EQ(TOV_SktDestroy(&s), expect);
+    EXPECT_TRUE(!set && !p && !s);
+  }
+}
