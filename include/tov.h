@@ -154,9 +154,9 @@ TOV_API char *TOV_strdup(TOV_MemTag tag, const char *s);
 TOV_API wchar_t *TOV_wcsdup(TOV_MemTag tag, const wchar_t *w);
 
 /* Full-barrier operations on an 8-byte aligned 64-bit variable. */
-TOV_API int64_t TOV_AtomicIncrement(volatile int64_t *target);      /* new value */
-TOV_API int64_t TOV_AtomicDecrement(volatile int64_t *target);      /* new value */
-TOV_API int64_t TOV_AtomicExchange(volatile int64_t *target, int64_t value); /* old */
+TOV_API int64_t TOV_AtomicIncrement(volatile int64_t *target);                   /* new value */
+TOV_API int64_t TOV_AtomicDecrement(volatile int64_t *target);                   /* new value */
+TOV_API int64_t TOV_AtomicExchange(volatile int64_t *target, int64_t value);     /* old */
 TOV_API int64_t TOV_AtomicExchangeAdd(volatile int64_t *target, int64_t addend); /* old */
 /* If *target == comparand, *target = exchange. Returns the old value. */
 TOV_API int64_t TOV_AtomicCmpExchange(volatile int64_t *target, int64_t comparand,
