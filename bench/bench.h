@@ -41,8 +41,11 @@ inline void report(const char *what, double lib, double raw, double goal,
   const char *verdict = goal == 0  ? "report"
                         : goal > 0 ? (ratio <= goal ? "ok" : "ABOVE GOAL")
                                    : (ratio >= -goal ? "ok" : "BELOW GOAL");
-  std::printf("%-52s lib %10.2f  raw %10.2f %-6s ratio %5.2f  goal %s%.2f  %s\n", what, lib, raw,
-              unit, ratio, goal < 0 ? ">=" : "<=", goal < 0 ? -goal : goal, verdict);
+  std::printf("%-52s lib %10.2f  raw %10.2f %-6s ratio %5.2f  ", what, lib, raw, unit, ratio);
+  if (goal == 0)
+    std::printf("(report only)\n");
+  else
+    std::printf("goal %s%.2f  %s\n", goal < 0 ? ">=" : "<=", goal < 0 ? -goal : goal, verdict);
   std::fflush(stdout);
 }
 
