@@ -148,3 +148,32 @@ TEST_F(FDS, DestroyThroughAClearedVariable) {
     EXPECT_TRUE(!set && !p && !s);
   }
 }
+
+// Results come read-ready first, then write-ready, each with its entry's
+// interest flags and context.
+TEST_F(FDS, ReadResultsComeBeforeWriteResults) {
+  for (TOV_Skt **s : {&u[0], &u[1]})
+    ASSERT_EQ(TOV_SktCreate(AF_INET, SOCK_DGRAM, IPPROTO_UDP, s), TOV_OK);
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  int len = sizeof a;
+  SOCKET r = *reinterpret_cast<SOCKET *>(u[0]); // the object's first field is its socket
+  ASSERT_EQ(bind(r, (sockaddr *)&a, sizeof a), 0);
+  ASSERT_EQ(getsockname(r, (sockaddr *)&a, &len), 0);
+  ASSERT_EQ(sendto(r, "x", 1, 0, (sockaddr *)&a, sizeof a), 1);
+  ASSERT_EQ(TOV_FDSCreate(0, &set), TOV_OK);
+  ASSERT_EQ(TOV_FDSAssociate(set, u[1], TOV_FDS_WRITE, 11), TOV_OK);
+  ASSERT_EQ(TOV_FDSAssociate(set, u[0], TOV_FDS_READ, 10), TOV_OK);
+  TOV_FDSResult got[2];
+  uint32_t n = 0;
+  for (int tries = 0; tries < 50 && n != 2; ++tries, Sleep(20)) { // until the datagram is in
+    n = 2;
+    ASSERT_EQ(TOV_FDSSelect(set, TOV_FDS_READ | TOV_FDS_WRITE, got, &n, 100), TOV_OK);
+  }
+  ASSERT_EQ(n, 2u);
+  EXPECT_EQ(std::tie(got[0].handle, got[0].flags, got[0].context),
+            std::make_tuple(u[0], TOV_FDS_READ, uint64_t{10}));
+  EXPECT_EQ(std::tie(got[1].handle, got[1].flags, got[1].context),
+            std::make_tuple(u[1], TOV_FDS_WRITE, uint64_t{11}));
+}
