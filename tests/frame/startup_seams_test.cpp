@@ -15,12 +15,6 @@ TOV_Status failingAllocMemTag(void *, TOV_MemTag *) {
   return TOV_ERR_NO_MEMORY;
 }
 
-// Winsock works exactly while the library holds its start.
-bool winsockStarted() {
-  const SOCKET s = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
-  return s != INVALID_SOCKET && closesocket(s) == 0;
-}
-
 TEST(StartupFailure, EachStepUnwindsAndRestoresTheCount) {
   tov::seams::wsaStartup = failingWsaStartup; // the network start: its raw number comes back
   EXPECT_EQ(TOV_Startup(nullptr, 0, nullptr, nullptr), WSASYSNOTREADY);
@@ -30,10 +24,10 @@ TEST(StartupFailure, EachStepUnwindsAndRestoresTheCount) {
   tov::seams::allocMemTag = failingAllocMemTag; // the tag: the network step never runs
   EXPECT_EQ(TOV_Startup(nullptr, 0, nullptr, nullptr), TOV_ERR_NO_MEMORY);
   EXPECT_FALSE(tov::started());
-  EXPECT_FALSE(winsockStarted());
+  EXPECT_FALSE(tovtest::winsockStarted());
   tov::seams::allocMemTag = nullptr;
   ASSERT_EQ(TOV_Startup(nullptr, 0, nullptr, nullptr), TOV_OK); // then a whole start works
-  EXPECT_TRUE(winsockStarted());
+  EXPECT_TRUE(tovtest::winsockStarted());
   TOV_Cleanup(nullptr);
 }
 

@@ -1,5 +1,7 @@
 #include "support.h"
 
+#include <winsock2.h>
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -108,6 +110,11 @@ TempDir::~TempDir() {
 std::string readFile(const std::string &path) {
   std::ifstream in(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+bool winsockStarted() {
+  const SOCKET s = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
+  return s != INVALID_SOCKET && closesocket(s) == 0;
 }
 
 bool fileExists(const std::string &path) {

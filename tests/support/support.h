@@ -37,6 +37,10 @@ private:
 };
 
 std::string readFile(const std::string &path);
+// Whether Winsock is started in this process (a socket can be made). Test
+// programs make no start of their own, so this tells whether the library
+// holds one.
+bool winsockStarted();
 bool fileExists(const std::string &path);
 
 struct ChildResult {
