@@ -49,11 +49,10 @@ using Read = std::tuple<TOV_Status, uint32_t, uint64_t, Record>; // status, flag
 // record count only on success.
 Read read(const std::string &text, uint64_t declared = 40) {
   const char *in = guarded(0, text.c_str(), text.size() + 1);
-  auto *out = reinterpret_cast<uint8_t *>(guarded(1, Record(declared, 0xAA).data(), declared));
+  char *out = guarded(1, Record(declared, 0xAA).data(), declared);
   uint32_t flags = 0;
   uint64_t size = declared;
-  const TOV_Status status =
-      TOV_SktPresentationToNet(in, &flags, reinterpret_cast<sockaddr *>(out), &size);
+  const TOV_Status status = TOV_SktPresentationToNet(in, &flags, (sockaddr *)out, &size);
   for (uint64_t i = size; status == TOV_OK && i < declared; ++i) EXPECT_EQ(out[i], 0) << text;
   return {status, status ? 0 : flags, size, status ? Record() : Record(out, out + size)};
 }
@@ -63,8 +62,7 @@ Read read(const std::string &text, uint64_t declared = 40) {
 std::string write(const Record &record, uint32_t flags) {
   const std::string untouched(TOV_PRES_MAX_TEXT, 'Z');
   char *text = guarded(0, untouched.data(), TOV_PRES_MAX_TEXT);
-  const TOV_Status status =
-      TOV_SktNetToPresentation(reinterpret_cast<const sockaddr *>(record.data()), flags, text);
+  const TOV_Status status = TOV_SktNetToPresentation((const sockaddr *)record.data(), flags, text);
   if (status == TOV_OK) return text;
   return std::to_string(status) + (std::string(text, TOV_PRES_MAX_TEXT) == untouched ? "" : "!");
 }

@@ -28,33 +28,24 @@ struct Address {
   bool operator==(const Address &a) const { return !memcmp(&s, &a.s, sizeof s); }
 };
 
-// Calls f with every argument zero or null.
-template <class... A> TOV_Status nulls(TOV_Status (*f)(A...)) {
-  return f(A{}...);
-}
-
-// Every counted function, called with nulls, gives the expected status.
-void expectEveryFunctionWithNulls(TOV_Status expected) {
-  for (TOV_Status s :
-       {nulls(TOV_SktCreate), nulls(TOV_SktDestroy), nulls(TOV_SktBind), nulls(TOV_SktListen),
-        nulls(TOV_SktAccept), nulls(TOV_SktConnect), nulls(TOV_SktShutdown),
-        nulls(TOV_SktGetOption), nulls(TOV_SktSetOption), nulls(TOV_SktGetLocalAddress),
-        nulls(TOV_SktGetRemoteAddress), nulls(TOV_SktIOCtl), nulls(TOV_SktSend),
-        nulls(TOV_SktSendBuf), nulls(TOV_SktReceive), nulls(TOV_SktRecvBuf)})
-    EXPECT_EQ(s, expected);
-}
-
-// Counted functions refuse before start-up, refuse missing arguments once
-// started, and refuse again after the last clean-up.
+// Counted functions, called with nulls, refuse before start-up, refuse the
+// missing arguments once started, and refuse again after the last clean-up.
 TEST(SktFrame, EveryFunctionNeedsTheLibraryStarted) {
   TOV_Skt *none = nullptr;
   EXPECT_EQ(TOV_SktCreate(AF_INET, SOCK_STREAM, 0, &none), TOV_ERR_NOT_INITIALIZED);
   EXPECT_EQ(none, nullptr);
-  expectEveryFunctionWithNulls(TOV_ERR_NOT_INITIALIZED);
-  ASSERT_EQ(TOV_Startup(nullptr, 0, nullptr, nullptr), TOV_OK);
-  expectEveryFunctionWithNulls(TOV_ERR_INVALID_PARAMETER);
-  TOV_Cleanup(nullptr);
-  expectEveryFunctionWithNulls(TOV_ERR_NOT_INITIALIZED);
+  auto nulls = []<class... A>(TOV_Status (*f)(A...)) { return f(A{}...); }; // every argument 0
+  for (int phase = 0; phase < 3; ++phase) { // before start-up, started, cleaned up
+    for (TOV_Status s :
+         {nulls(TOV_SktCreate), nulls(TOV_SktDestroy), nulls(TOV_SktBind), nulls(TOV_SktListen),
+          nulls(TOV_SktAccept), nulls(TOV_SktConnect), nulls(TOV_SktShutdown),
+          nulls(TOV_SktGetOption), nulls(TOV_SktSetOption), nulls(TOV_SktGetLocalAddress),
+          nulls(TOV_SktGetRemoteAddress), nulls(TOV_SktIOCtl), nulls(TOV_SktSend),
+          nulls(TOV_SktSendBuf), nulls(TOV_SktReceive), nulls(TOV_SktRecvBuf)})
+      EXPECT_EQ(s, phase == 1 ? TOV_ERR_INVALID_PARAMETER : TOV_ERR_NOT_INITIALIZED) << phase;
+    ASSERT_EQ(phase == 0 ? TOV_Startup(nullptr, 0, nullptr, nullptr) : TOV_OK, TOV_OK);
+    if (phase == 1) TOV_Cleanup(nullptr);
+  }
 }
 
 // Each test runs for IPv4 and IPv6 (skipped where ::1 cannot be bound) with
@@ -134,7 +125,8 @@ TEST_P(Net, DatagramsCarryTheirSource) {
 
 // System failures map to their network codes: refused connect, address in
 // use, a non-blocking connect that would block, and a failed close (which
-// still frees the object and clears the variable).
+// still frees the object and clears the variable, so that a second destroy is
+// refused, not a crash).
 TEST_P(Net, FailuresHaveTheirNetworkCodes) {
   TOV_Skt *held = sock(SOCK_STREAM, true), *client = sock(SOCK_STREAM), *&s = sock(SOCK_STREAM);
   Address at(held);
@@ -149,6 +141,7 @@ TEST_P(Net, FailuresHaveTheirNetworkCodes) {
   ASSERT_EQ(closesocket(*reinterpret_cast<SOCKET *>(s)), 0);
   EXPECT_EQ(TOV_SktDestroy(&s), TOV_ERR_NET_NOTSOCK);
   EXPECT_EQ(s, nullptr);
+  EXPECT_EQ(TOV_SktDestroy(&s), TOV_ERR_INVALID_HANDLE);
 }
 
 // The remembered address-reuse option reads back as 0 or 1 and never reaches
