@@ -14,6 +14,8 @@ static const uint32_t R = TOV_FILE_READ, W = TOV_FILE_WRITE, C = TOV_FILE_CREATE
                       SW = TOV_FILE_SHARE_WRITE;
 static const TOV_Status OK = TOV_OK, NF = TOV_ERR_NOT_FOUND, AE = TOV_ERR_ALREADY_EXISTS,
                         END = TOV_ERR_END_OF_DATA, SV = ERROR_SHARING_VIOLATION;
+// The status codes of calls listed in braces, which run in the order written.
+using Codes = std::vector<TOV_Status>;
 
 // An open through the library that must give `expect`, closed at the end of
 // its scope. A failed open leaves the handle variable as it was.
@@ -99,18 +101,6 @@ TEST_F(FileTest, Transfers) {
   EXPECT_EQ(tovtest::readFile(dir_.file("f")), std::string("0WXY456789ab\0\0E", 15));
 }
 
-// Size and seek past 4 GiB on a sparse file made by set-size alone, which
-// leaves the position at the new end (where the seek starts from).
-TEST_F(FileTest, AboveFourGiB) {
-  const uint64_t G = 1ull << 30;
-  File f(dir_.file("big"), C | W);
-  uint64_t size = 0, back = 0;
-  ASSERT_EQ(TOV_FileSetSize(f.h, 5 * G + 3), OK);
-  EXPECT_EQ(TOV_FileSize(f.h, &size), OK);
-  EXPECT_EQ(TOV_FileSeek(f.h, -static_cast<int64_t>(4 * G), TOV_FILE_SEEK_CURRENT, &back), OK);
-  EXPECT_EQ(std::tie(size, back), std::make_tuple(5 * G + 3, G + 3));
-}
-
 // Each failure gives its own status and writes nothing: not the handle, the
 // position, any other output or buffer, nor the file. Only a count is always
 // written (0), a close clears the variable also when it fails (m's failed
@@ -118,37 +108,37 @@ TEST_F(FileTest, AboveFourGiB) {
 TEST_F(FileTest, FailuresWriteNothing) {
   File f(dir_.file("f"), R), m(dir_.file("no\\f"), C, 0, NF);
   uint64_t at = 3, n = 4, u = 77, pos = 9, c = 4;
-  const std::pair<TOV_Status, TOV_Status> calls[] = {
-      {TOV_FileRead(f.h, &at, nullptr, &n), TOV_ERR_INVALID_PARAMETER},
-      {TOV_FileWrite(f.h, &at, "abcd", &c), TOV_ERR_ACCESS_DENIED},
-      {TOV_FileRead(kBad, &at, &u, &c), END},
-      {TOV_FileSeek(f.h, 0, 3, &u), TOV_ERR_INVALID_PARAMETER},
-      {TOV_FileSeek(f.h, -5, TOV_FILE_SEEK_CURRENT, &u), ERROR_NEGATIVE_SEEK},
-      {TOV_FileSetSize(f.h, 1ull << 63), TOV_ERR_INVALID_PARAMETER},
-      {TOV_FileClose(&m.h), TOV_ERR_INVALID_HANDLE},
-      {TOV_FileDelete(dir_.file("f").c_str()), SV}};
-  for (size_t i = 0; i < std::size(calls); ++i) EXPECT_EQ(calls[i].first, calls[i].second) << i;
-  EXPECT_EQ(TOV_FileTell(f.h, &pos), OK);
+  EXPECT_EQ(
+      Codes({TOV_FileRead(f.h, &at, nullptr, &n), TOV_FileWrite(f.h, &at, "abcd", &c),
+             TOV_FileRead(kBad, &at, &u, &c), TOV_FileSeek(f.h, 0, 3, &u),
+             TOV_FileSeek(f.h, -5, TOV_FILE_SEEK_CURRENT, &u), TOV_FileSetSize(f.h, 1ull << 63),
+             TOV_FileClose(&m.h), TOV_FileDelete(dir_.file("f").c_str()), TOV_FileTell(f.h, &pos)}),
+      Codes({TOV_ERR_INVALID_PARAMETER, TOV_ERR_ACCESS_DENIED, END, TOV_ERR_INVALID_PARAMETER,
+             ERROR_NEGATIVE_SEEK, TOV_ERR_INVALID_PARAMETER, TOV_ERR_INVALID_HANDLE, SV, OK}));
   EXPECT_EQ(std::tie(at, n, u, pos, c, m.h), std::make_tuple(3u, 4u, 77u, 0u, 0u, nullptr));
   EXPECT_EQ(tovtest::readFile(dir_.file("f")), "0123456789");
 }
 
-// A position whose low half is 0xFFFFFFFF is a success, whatever error the
-// thread had before; times are whole seconds since 1970 UTC by both routes.
-TEST_F(FileTest, PositionEdgeAndTimes) {
+// A size or position whose low half is 0xFFFFFFFF is a success, whatever
+// error the thread had before; times are whole seconds since 1970 UTC by both
+// routes. Size and seek past 4 GiB on a file made sparse by set-size alone,
+// which leaves the position at the new end (where the seek starts from).
+TEST_F(FileTest, WideSizesPositionsAndTimes) {
   File f(dir_.file("f"), R | W);
-  uint64_t pos = 0, size = 0;
-  SetLastError(ERROR_ACCESS_DENIED);
-  ASSERT_EQ(TOV_FileSetSize(f.h, 0xFFFFFFFFull), OK);
-  EXPECT_EQ(TOV_FileTell(f.h, &pos), OK);
-  EXPECT_EQ(TOV_FileSize(f.h, &size), OK);
-  EXPECT_EQ(std::tie(pos, size), std::make_tuple(0xFFFFFFFFull, 0xFFFFFFFFull));
-  FILETIME ft{0x25801687u, 0x01BF53EBu}; // 2000-01-01 00:00:00.1234567 UTC
-  ASSERT_TRUE(SetFileTime(f.h, nullptr, nullptr, &ft));
+  uint64_t pos = 0, size = 0, bigSize = 0, back = 0;
   TOV_FileInfo byHandle{}, byName{};
-  EXPECT_EQ(TOV_FileInfoByHandle(f.h, &byHandle), OK);
-  EXPECT_EQ(TOV_FileInfoByName(dir_.file("f").c_str(), &byName), OK);
-  EXPECT_EQ(byHandle.modified, 946684800);
-  EXPECT_EQ(byName.modified, 946684800);
-  EXPECT_EQ(byName.size, 0xFFFFFFFFull);
+  FILETIME ft{0x25801687u, 0x01BF53EBu}; // 2000-01-01 00:00:00.1234567 UTC
+  SetLastError(ERROR_ACCESS_DENIED);
+  EXPECT_EQ(Codes({TOV_FileSetSize(f.h, 0xFFFFFFFFull), TOV_FileTell(f.h, &pos),
+                   TOV_FileSize(f.h, &size)}),
+            Codes(3, OK));
+  ASSERT_TRUE(SetFileTime(f.h, nullptr, nullptr, &ft)); // after the size change, which sets it
+  EXPECT_EQ(Codes({TOV_FileInfoByHandle(f.h, &byHandle),
+                   TOV_FileInfoByName(dir_.file("f").c_str(), &byName),
+                   TOV_FileSetSize(f.h, (5ull << 30) + 3), TOV_FileSize(f.h, &bigSize),
+                   TOV_FileSeek(f.h, -(4ll << 30), TOV_FILE_SEEK_CURRENT, &back)}),
+            Codes(5, OK));
+  EXPECT_EQ(std::tie(pos, size, byName.size, byHandle.modified, byName.modified, bigSize, back),
+            std::make_tuple(0xFFFFFFFFull, 0xFFFFFFFFull, 0xFFFFFFFFull, 946684800, 946684800,
+                            (5ull << 30) + 3, (1ull << 30) + 3));
 }

@@ -1,7 +1,6 @@
 // A start whose network step fails gives the description stacks back, like a
 // full clean-up (the static build lets the test make WSAStartup fail).
-#include "frame/seams.h"
-#include "tov.h"
+#include "frame/seams.h" // and with it tov.h
 
 #include <gtest/gtest.h>
 
