@@ -148,6 +148,27 @@ const char *protoOpName(uint16_t op) {
   }
 }
 
+TOV_Status protoListen(const struct sockaddr_storage *address, int32_t length, TOV_Skt **listener) {
+  TOV_Skt *s = NULL;
+  TOV_Status status = TOV_SktCreate(address->ss_family, SOCK_STREAM, IPPROTO_TCP, &s);
+  if (status == TOV_OK) status = TOV_SktBind(s, (const struct sockaddr *)address, (uint64_t)length);
+  if (status == TOV_OK) status = TOV_SktListen(s, 16);
+  if (status == TOV_OK)
+    *listener = s;
+  else if (s)
+    TOV_SktDestroy(&s);
+  return status;
+}
+
+TOV_Status protoAccept(TOV_Skt *listener, TOV_Skt **socket, char peer[TOV_PRES_MAX_TEXT]) {
+  TOV_Status status = TOV_SktAccept(listener, socket, NULL, NULL);
+  if (status != TOV_OK) return status;
+  const DWORD one = 1;
+  TOV_SktSetOption(*socket, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+  protoAddressText(*socket, 1, peer);
+  return TOV_OK;
+}
+
 TOV_Status protoAddress(const char *text, struct sockaddr_storage *address, int32_t *length) {
   uint32_t flags = 0;
   uint64_t size = sizeof *address;

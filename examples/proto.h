@@ -84,6 +84,12 @@ const char *protoOpName(uint16_t op);
 TOV_Status protoAddress(const char *text, struct sockaddr_storage *address, int32_t *length);
 /* The text of a socket's local or remote address, with prefix and port. */
 void protoAddressText(TOV_Skt *socket, int remote, char text[TOV_PRES_MAX_TEXT]);
+/* A listening stream socket bound to address, in *listener; nothing is
+ * left behind on failure. */
+TOV_Status protoListen(const struct sockaddr_storage *address, int32_t length, TOV_Skt **listener);
+/* The next connection on listener, in *socket, with Nagle's delay off (every
+ * reply goes out at once) and its peer's text in peer. */
+TOV_Status protoAccept(TOV_Skt *listener, TOV_Skt **socket, char peer[TOV_PRES_MAX_TEXT]);
 /* Sends all length bytes, however many calls that takes. */
 TOV_Status protoSendAll(TOV_Skt *socket, const uint8_t *data, uint64_t length);
 /* Seconds on a steady clock. */

@@ -57,7 +57,8 @@ static void dropClient(Server *s, Client *c) {
 
 static void acceptClient(Server *s) {
   TOV_Skt *socket = NULL;
-  TOV_Status status = TOV_SktAccept(s->listener, &socket, NULL, NULL);
+  char peer[TOV_PRES_MAX_TEXT];
+  TOV_Status status = protoAccept(s->listener, &socket, peer);
   if (status != TOV_OK) {
     printf("server: accept failed with %" PRId32 "\n", status);
     return;
@@ -67,11 +68,9 @@ static void acceptClient(Server *s) {
     TOV_SktDestroy(&socket);
     return;
   }
-  const DWORD one = 1;
-  TOV_SktSetOption(socket, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
   c->socket = socket;
   protoReaderInit(&c->reader);
-  protoAddressText(socket, 1, c->peer);
+  memcpy(c->peer, peer, sizeof peer);
   status = TOV_FDSAssociate(s->set, socket, TOV_FDS_READ, (uint64_t)(uintptr_t)c);
   if (status != TOV_OK) {
     printf("server: cannot watch %s (%" PRId32 ")\n", c->peer, status);
@@ -188,11 +187,7 @@ int main(int argc, char **argv) {
     printf("server: \"%s\" is not a stream address with a port\n", text);
     goto done;
   }
-  if ((status = TOV_SktCreate(address.ss_family, SOCK_STREAM, IPPROTO_TCP, &s->listener)) !=
-          TOV_OK ||
-      (status = TOV_SktBind(s->listener, (struct sockaddr *)&address, (uint64_t)length)) !=
-          TOV_OK ||
-      (status = TOV_SktListen(s->listener, 16)) != TOV_OK ||
+  if ((status = protoListen(&address, length, &s->listener)) != TOV_OK ||
       (status = TOV_FDSCreate(16, &s->set)) != TOV_OK ||
       (status = TOV_FDSAssociate(s->set, s->listener, TOV_FDS_READ, 0)) != TOV_OK) {
     printf("server: cannot listen on %s (%" PRId32 ")\n", text, status);

@@ -150,7 +150,8 @@ static uint32_t worker(void *argument) {
 
 static void acceptClient(Server *s, TOV_Skt *listener) {
   TOV_Skt *socket = NULL;
-  TOV_Status status = TOV_SktAccept(listener, &socket, NULL, NULL);
+  char peer[TOV_PRES_MAX_TEXT];
+  TOV_Status status = protoAccept(listener, &socket, peer);
   if (status != TOV_OK) {
     printf("server: accept failed with %" PRId32 "\n", status);
     return;
@@ -160,12 +161,10 @@ static void acceptClient(Server *s, TOV_Skt *listener) {
     TOV_SktDestroy(&socket);
     return;
   }
-  const DWORD one = 1;
-  TOV_SktSetOption(socket, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
   c->server = s;
   c->socket = socket;
   protoReaderInit(&c->reader);
-  protoAddressText(socket, 1, c->peer);
+  memcpy(c->peer, peer, sizeof peer);
   status = TOV_IOCPortAssociate(s->port, socket, (uint64_t)(uintptr_t)c);
   if (status != TOV_OK) {
     printf("server: cannot tie %s to the port (%" PRId32 ")\n", c->peer, status);
@@ -252,9 +251,7 @@ int main(int argc, char **argv) {
   }
   if ((status = TOV_LMutexCreate(&s->lock, 4000)) != TOV_OK ||
       (status = TOV_IOCPortCreate(0, &s->port)) != TOV_OK ||
-      (status = TOV_SktCreate(address.ss_family, SOCK_STREAM, IPPROTO_TCP, &listener)) != TOV_OK ||
-      (status = TOV_SktBind(listener, (struct sockaddr *)&address, (uint64_t)length)) != TOV_OK ||
-      (status = TOV_SktListen(listener, 16)) != TOV_OK) {
+      (status = protoListen(&address, length, &listener)) != TOV_OK) {
     printf("server: cannot listen on %s (%" PRId32 ")\n", text, status);
     goto done;
   }
