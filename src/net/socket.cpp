@@ -96,22 +96,28 @@ extern "C" TOV_Status TOV_SktShutdown(TOV_Skt *skt, int32_t how) {
   return TOV_OK;
 }
 
-extern "C" TOV_Status TOV_SktGetLocalAddress(TOV_Skt *skt, sockaddr *address,
-                                             int32_t *addressLength) {
+namespace {
+
+// getsockname or getpeername; the length is written back only on success.
+TOV_Status socketAddress(int(WSAAPI *query)(SOCKET, sockaddr *, int *), TOV_Skt *skt,
+                         sockaddr *address, int32_t *addressLength) noexcept {
   TOV_FRAME(skt && address && addressLength);
   int length = *addressLength;
-  if (getsockname(skt->sock, address, &length) != 0) return tov::MapWSALastError();
+  if (query(skt->sock, address, &length) != 0) return tov::MapWSALastError();
   *addressLength = length;
   return TOV_OK;
 }
 
+} // namespace
+
+extern "C" TOV_Status TOV_SktGetLocalAddress(TOV_Skt *skt, sockaddr *address,
+                                             int32_t *addressLength) {
+  return socketAddress(getsockname, skt, address, addressLength);
+}
+
 extern "C" TOV_Status TOV_SktGetRemoteAddress(TOV_Skt *skt, sockaddr *address,
                                               int32_t *addressLength) {
-  TOV_FRAME(skt && address && addressLength);
-  int length = *addressLength;
-  if (getpeername(skt->sock, address, &length) != 0) return tov::MapWSALastError();
-  *addressLength = length;
-  return TOV_OK;
+  return socketAddress(getpeername, skt, address, addressLength);
 }
 
 extern "C" TOV_Status TOV_SktGetOption(TOV_Skt *skt, int32_t level, int32_t name, void *value,
