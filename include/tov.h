@@ -139,6 +139,12 @@ TOV_API uint32_t findid(uint32_t value, const uint32_t *list, uint32_t count);
 TOV_API void TOV_DebugOutput(const char *format, ...) TOV_PRINTF_LIKE(1, 2);
 
 /* ------------------------------------------------------------------------ */
+/* Assertion dialog                                                         */
+/* ------------------------------------------------------------------------ */
+
+/* (end of assertion dialog) */
+
+/* ------------------------------------------------------------------------ */
 /* Memory, atomics, spin locks                                              */
 /* ------------------------------------------------------------------------ */
 
@@ -333,6 +339,18 @@ TOV_API TOV_Status TOV_FileDelete(const char *path);
 /* (end of files) */
 
 /* ------------------------------------------------------------------------ */
+/* Directories and paths                                                    */
+/* ------------------------------------------------------------------------ */
+
+/* (end of directories and paths) */
+
+/* ------------------------------------------------------------------------ */
+/* Modules                                                                  */
+/* ------------------------------------------------------------------------ */
+
+/* (end of modules) */
+
+/* ------------------------------------------------------------------------ */
 /* Mutexes, events, semaphores, LMutexes                                    */
 /* ------------------------------------------------------------------------ */
 
@@ -392,6 +410,12 @@ TOV_API TOV_Status TOV_LMutexRelease(TOV_LMutexHandle handle);
 /* (end of mutexes, events, semaphores, lmutexes) */
 
 /* ------------------------------------------------------------------------ */
+/* Condition variables, reader-writer locks                                 */
+/* ------------------------------------------------------------------------ */
+
+/* (end of condition variables, reader-writer locks) */
+
+/* ------------------------------------------------------------------------ */
 /* Threads, thread descriptions, thread-local storage                       */
 /* ------------------------------------------------------------------------ */
 
@@ -434,6 +458,24 @@ TOV_API TOV_Status TOV_TLSGetValue(uint64_t key, void **valueOut);
 TOV_API TOV_Status TOV_TLSSetValue(uint64_t key, void *value);
 
 /* (end of threads, thread descriptions, thread-local storage) */
+
+/* ------------------------------------------------------------------------ */
+/* Processes, threads, thread contexts                                      */
+/* ------------------------------------------------------------------------ */
+
+/* (end of processes, threads, thread contexts) */
+
+/* ------------------------------------------------------------------------ */
+/* Stack walk and symbols                                                   */
+/* ------------------------------------------------------------------------ */
+
+/* (end of stack walk and symbols) */
+
+/* ------------------------------------------------------------------------ */
+/* Processor, time and identity                                             */
+/* ------------------------------------------------------------------------ */
+
+/* (end of processor, time and identity) */
 
 /* ------------------------------------------------------------------------ */
 /* Sockets                                                                  */
@@ -635,6 +677,12 @@ TOV_API TOV_Status TOV_IOCPortWait(TOV_IOCPort *port, uint64_t *byteCount, uint6
                                    struct _OVERLAPPED **overlapped, uint32_t timeoutMs);
 
 /* (end of i/o completion ports) */
+
+/* ------------------------------------------------------------------------ */
+/* Address lists and interface enumeration                                  */
+/* ------------------------------------------------------------------------ */
+
+/* (end of address lists and interface enumeration) */
 
 #ifdef __cplusplus
 }

@@ -1,5 +1,5 @@
 // Debug output (a line to the system debugger) and the library's small log.
-#include "frame.h"
+#include "log.h"
 
 #include <windows.h>
 

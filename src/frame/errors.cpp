@@ -1,7 +1,7 @@
 // Translation of Win32, Winsock and C runtime error numbers into TOV_Status.
 // One table per numbering; a number a table lacks is reported on the debug
 // output and handed back unchanged, as a positive status.
-#include "frame.h"
+#include "errors.h"
 
 #include <winsock2.h>
 #include <windows.h>

@@ -1,5 +1,7 @@
 // Start-up, clean-up, the loader entry point, memory tags and the version.
-#include "frame.h"
+#include "errors.h"
+#include "lifecycle.h"
+#include "log.h"
 #include "seams.h"
 #include "sync/thread.h"
 
@@ -21,6 +23,15 @@ constexpr WORD kWinsockVersion = 0x0002;
 // Marker for tools that scan the image; nothing reads it.
 __attribute__((used)) const char kIdentification[] = "VeRsIoN=4000.. tov  (Release)";
 
+// The count is read and written as an atomic so that no counted call on
+// another thread can see a torn value.
+inline int32_t count() {
+  return __atomic_load_n(&g_startCount, __ATOMIC_RELAXED);
+}
+inline void setCount(int32_t value) {
+  __atomic_store_n(&g_startCount, value, __ATOMIC_RELAXED);
+}
+
 TOV_Status allocLibraryTag() {
 #ifdef TOV_TEST_SEAMS
   if (seams::allocMemTag) return seams::allocMemTag(g_module, &g_memTag);
@@ -41,13 +52,15 @@ int startWinsock(WSADATA *data) {
 using namespace tov;
 
 extern "C" TOV_Status TOV_Startup(void *module, int32_t, void *, void *) {
-  if (g_startCount++ != 0) return TOV_OK;
+  const int32_t old = count();
+  setCount(old + 1);
+  if (old != 0) return TOV_OK;
   if (!g_module) g_module = module;
 
   const TOV_Status tagStatus = allocLibraryTag();
   if (tagStatus != TOV_OK) {
     LogPrintf(LogCrit, "TOV Init: AllocMemTag failed, %d.", tagStatus);
-    --g_startCount;
+    setCount(count() - 1);
     return tagStatus;
   }
 
@@ -57,7 +70,7 @@ extern "C" TOV_Status TOV_Startup(void *module, int32_t, void *, void *) {
     LogPrintf(LogCrit, "TOV Init: WSAStartup failed, WSE: %d.", wsaError);
     descriptionCleanup();
     TOV_FreeMemTag(&g_memTag);
-    --g_startCount;
+    setCount(count() - 1);
     return wsaError;
   }
   LogPrintf(LogInfo, "TOV Init: Winsock initialized for requested version %d.%d",
@@ -67,7 +80,10 @@ extern "C" TOV_Status TOV_Startup(void *module, int32_t, void *, void *) {
 }
 
 extern "C" void TOV_Cleanup(void *) {
-  if (g_startCount != 0 && --g_startCount != 0) return;
+  if (const int32_t old = count(); old != 0) {
+    setCount(old - 1);
+    if (old != 1) return;
+  }
   if (WSACleanup() == SOCKET_ERROR)
     LogPrintf(LogErr, "TOV: WSACleanup failed, WSE: %d.", WSAGetLastError());
   descriptionCleanup();

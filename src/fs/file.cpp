@@ -3,7 +3,8 @@
 // information by handle or by name. The library keeps no state per file.
 #include "fs/file.h"
 
-#include "frame/frame.h"
+#include "frame/lifecycle.h"
+#include "frame/errors.h"
 
 #include <windows.h>
 

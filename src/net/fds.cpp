@@ -2,7 +2,8 @@
 // sorted indexes (by handle for the caller's operations, by system socket to
 // map select's answer back), with per-interest counters so that the
 // descriptor sets handed to select are sized exactly.
-#include "frame/frame.h"
+#include "frame/lifecycle.h"
+#include "frame/errors.h"
 #include "frame/handle.h"
 #include "net/socket.h"
 

@@ -4,7 +4,8 @@
 // variable, and a time-out comes back as the raw wait time-out number.
 #include "net/socket.h"
 
-#include "frame/frame.h"
+#include "frame/lifecycle.h"
+#include "frame/errors.h"
 #include "frame/handle.h"
 
 #include <winsock2.h>

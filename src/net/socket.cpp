@@ -3,7 +3,8 @@
 // completion ports; a call the system leaves pending counts as success.
 #include "net/socket.h"
 
-#include "frame/frame.h"
+#include "frame/lifecycle.h"
+#include "frame/errors.h"
 #include "frame/handle.h"
 
 #include <winsock2.h>

@@ -2,25 +2,11 @@
 // objects, handed out as their own handles; an LMutex is a critical section in
 // a library block.
 #include "frame/dynlib.h"
-#include "frame/frame.h"
+#include "frame/lifecycle.h"
+#include "frame/errors.h"
 #include "wait.h"
 
 #include <windows.h>
-
-namespace tov {
-
-TOV_Status waitResult(DWORD result) noexcept {
-  if (result == WAIT_OBJECT_0) return TOV_OK;
-  if (result == WAIT_TIMEOUT) return TOV_ERR_TIMEOUT;
-  // An abandoned mutex is acquired all the same: the caller owns it now and
-  // must release it. The platform leaves the last error untouched here, so
-  // mapping it would hand back whatever stale error the thread carried. We
-  // clear it, and the abandoned acquire reports TOV_OK like any acquire.
-  if (result == WAIT_ABANDONED) SetLastError(ERROR_SUCCESS);
-  return MapLastSystemError();
-}
-
-} // namespace tov
 
 using namespace tov;
 

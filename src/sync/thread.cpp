@@ -9,7 +9,8 @@
 // thread-end hook under it), never the other way round.
 #include "thread.h"
 
-#include "frame/frame.h"
+#include "frame/lifecycle.h"
+#include "frame/errors.h"
 #include "frame/handle.h"
 #include "wait.h"
 

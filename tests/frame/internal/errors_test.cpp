@@ -1,5 +1,6 @@
 // The three translation tables, their debug lines, and the call frame.
-#include "frame/frame.h"
+#include "frame/errors.h"
+#include "frame/lifecycle.h"
 #include "support.h"
 
 #include <winsock2.h>

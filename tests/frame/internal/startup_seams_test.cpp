@@ -1,6 +1,6 @@
 // Start-up failure paths the platform will not take on request, run through
 // the static build's seams, and the module handle rules.
-#include "frame/frame.h"
+#include "frame/lifecycle.h"
 #include "frame/seams.h"
 #include "support.h"
 
