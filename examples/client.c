@@ -4,8 +4,10 @@
  *
  *   client [address] [round trips]      default tcp:127.0.0.1:47001 2000
  *
- * Connecting is retried for up to 5 s while the server starts; every reply
- * is awaited for at most 5 s.
+ * The address is a stream address in text form (tcp:127.0.0.1:47001,
+ * [::1]:47001) or a host name with a port (localhost:47001), which the
+ * client resolves. Connecting is retried for up to 5 s while the server
+ * starts; every reply is awaited for at most 5 s.
  */
 #include <inttypes.h>
 #include <stdio.h>
@@ -13,6 +15,8 @@
 #include <string.h>
 
 #include "proto.h"
+
+#include <ws2tcpip.h>
 
 #define CONNECT_SECONDS 5.0
 #define REPLY_TIMEOUT_MS 5000
@@ -23,21 +27,71 @@ typedef struct Client {
   ProtoReader reader;
 } Client;
 
-static TOV_Status connectTo(Client *c, const struct sockaddr_storage *address, int32_t length) {
+#define MAX_TARGETS 8
+
+/* Where the server may be: one address, or those a name resolves to. */
+typedef struct Targets {
+  struct sockaddr_storage address[MAX_TARGETS];
+  int32_t length[MAX_TARGETS];
+  int count;
+} Targets;
+
+/* Reads the address as text, or else resolves it as host:port. */
+static TOV_Status findServer(const char *text, Targets *t) {
+  t->count = 0;
+  if (protoAddress(text, &t->address[0], &t->length[0]) == TOV_OK) {
+    t->count = 1;
+    return TOV_OK;
+  }
+  TOV_AddrBuf *list = NULL;
+  uint16_t port = 0;
+  const TOV_Status status = TOV_GetAddrBufList(text, &port, &list);
+  if (status != TOV_OK) return status;
+  for (const TOV_AddrBuf *n = list; n && port != 0 && t->count < MAX_TARGETS; n = n->next) {
+    const int family = ((const struct sockaddr *)n->addr)->sa_family;
+    if (family != AF_INET && family != AF_INET6) continue;
+    const int32_t length =
+        family == AF_INET ? sizeof(struct sockaddr_in) : sizeof(struct sockaddr_in6);
+    memcpy(&t->address[t->count], n->addr, (size_t)length);
+    /* The port comes apart; it goes in network order at the same place in
+     * both families. */
+    uint8_t *bytes = (uint8_t *)&t->address[t->count];
+    bytes[2] = (uint8_t)(port >> 8);
+    bytes[3] = (uint8_t)port;
+    t->length[t->count++] = length;
+  }
+  TOV_FreeAddrBufList(list);
+  return t->count > 0 ? TOV_OK : TOV_ERR_INVALID_PARAMETER;
+}
+
+static TOV_Status connectOne(Client *c, const struct sockaddr_storage *address, int32_t length) {
+  TOV_Status status = TOV_SktCreate(address->ss_family, SOCK_STREAM, IPPROTO_TCP, &c->socket);
+  if (status != TOV_OK) return status;
+  status = TOV_SktConnect(c->socket, (const struct sockaddr *)address, (uint64_t)length);
+  if (status != TOV_OK) {
+    TOV_SktDestroy(&c->socket);
+    return status;
+  }
+  const DWORD one = 1, timeout = REPLY_TIMEOUT_MS;
+  TOV_SktSetOption(c->socket, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+  TOV_SktSetOption(c->socket, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+  return TOV_OK;
+}
+
+/* Tries every address, the resolver's first choice first (an address list
+ * runs in the reverse order), for as long as one refuses: the server is not
+ * listening yet. */
+static TOV_Status connectTo(Client *c, const Targets *t) {
   const double until = protoNow() + CONNECT_SECONDS;
   for (;;) {
-    TOV_Status status = TOV_SktCreate(address->ss_family, SOCK_STREAM, IPPROTO_TCP, &c->socket);
-    if (status != TOV_OK) return status;
-    status = TOV_SktConnect(c->socket, (const struct sockaddr *)address, (uint64_t)length);
-    if (status == TOV_OK) {
-      const DWORD one = 1, timeout = REPLY_TIMEOUT_MS;
-      TOV_SktSetOption(c->socket, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
-      TOV_SktSetOption(c->socket, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
-      return TOV_OK;
+    TOV_Status status = TOV_OK;
+    int refused = 0;
+    for (int i = t->count - 1; i >= 0; --i) {
+      status = connectOne(c, &t->address[i], t->length[i]);
+      if (status == TOV_OK) return TOV_OK;
+      refused |= status == TOV_ERR_NET_CONNREFUSED;
     }
-    TOV_SktDestroy(&c->socket);
-    /* Refused: the server is not listening yet. */
-    if (status != TOV_ERR_NET_CONNREFUSED || protoNow() > until) return status;
+    if (!refused || protoNow() > until) return status;
     Sleep(100);
   }
 }
@@ -210,12 +264,12 @@ int main(int argc, char **argv) {
   static Client client; /* large: not on the stack */
   Client *c = &client;
   protoReaderInit(&c->reader);
-  struct sockaddr_storage address;
-  int32_t length = 0;
+  static Targets targets;
   int ok = 0;
-  if (protoAddress(text, &address, &length) != TOV_OK) {
-    printf("client: \"%s\" is not a stream address with a port\n", text);
-  } else if ((status = connectTo(c, &address, length)) != TOV_OK) {
+  if ((status = findServer(text, &targets)) != TOV_OK) {
+    printf("client: \"%s\" is neither a stream address nor a host with a port (%" PRId32 ")\n",
+           text, status);
+  } else if ((status = connectTo(c, &targets)) != TOV_OK) {
     printf("client: cannot connect to %s (%" PRId32 ")\n", text, status);
   } else {
     char local[TOV_PRES_MAX_TEXT];

@@ -26,6 +26,13 @@
 #define TOV_PRINTF_LIKE(f, a)
 #endif
 
+/* The library's definitions never throw; C++ callers see that. */
+#ifdef __cplusplus
+#define TOV_NOEXCEPT noexcept
+#else
+#define TOV_NOEXCEPT
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -681,6 +688,78 @@ TOV_API TOV_Status TOV_IOCPortWait(TOV_IOCPort *port, uint64_t *byteCount, uint6
 /* ------------------------------------------------------------------------ */
 /* Address lists and interface enumeration                                  */
 /* ------------------------------------------------------------------------ */
+
+/* None of these functions tests the start-up count, but resolving and the
+ * IPv4 and IPX interface lists need the network stack that TOV_Startup
+ * starts. */
+
+/* One node of an address list: a socket address as the resolver gave it
+ * (family 2 or 23, family field first, port field 0), the first
+ * min(length, 66) bytes set and the rest zero. */
+typedef struct TOV_AddrBuf {
+  uint8_t addr[66];
+  struct TOV_AddrBuf *next; /* null at the end */
+} TOV_AddrBuf;
+
+/* Resolves host into a new list of IPv4 and IPv6 addresses (stream sockets,
+ * each address once), in the reverse of the resolver's order. *list must be
+ * null going in (list itself must not be null), and host must not be null:
+ * otherwise TOV_ERR_INVALID_PARAMETER and nothing is touched.
+ *
+ * host may carry a port, which is returned through port (may be null), not
+ * stored in the addresses:
+ *   [::1]:80  [::1]@80   bracketed host; after the "]" a ":" or "@" and the
+ *                        port, anything else means no port ("[::1]80" is
+ *                        ::1 without a port); the first character is
+ *                        taken for the "["
+ *   name@80   name:80    otherwise the last "@", or if there is none the
+ *                        last ":", ends the host ("a@80:9" is a, 80)
+ * so an IPv6 literal must be bracketed: "::1:80" is ::1 with port 80. The
+ * port is the decimal number after the separator (leading blanks and a sign
+ * allowed, reading stops at the first other character) modulo 65536, 0 when
+ * there is none.
+ *
+ * When the name cannot be resolved the result is the system's network error
+ * number itself (11001 host not found, 11002, 11004...), not a TOV code; the
+ * port is then 0 and *list stays null. TOV_ERR_NO_MEMORY when the copy of
+ * the text (port untouched) or a node (port 0) cannot be allocated; no list
+ * is kept. Free the list with TOV_FreeAddrBufList. */
+TOV_API TOV_Status TOV_GetAddrBufList(const char *host, uint16_t *port,
+                                      TOV_AddrBuf **list) TOV_NOEXCEPT;
+/* Frees every node of list (may be null). Returns TOV_OK. */
+TOV_API TOV_Status TOV_FreeAddrBufList(TOV_AddrBuf *list) TOV_NOEXCEPT;
+
+/* Interface properties, and the selector bits that include interfaces with
+ * them. */
+#define TOV_IF_LOOPBACK 0x1u
+#define TOV_IF_POINTTOPOINT 0x2u /* dial-up, serial, wide-area */
+#define TOV_IF_DOWN 0x4u         /* not up */
+
+/* One local interface address (72 bytes): its properties and a socket
+ * address record, family field first, zero after it. IPv4 (family 2): the
+ * address, port 0. IPX (6): network and node numbers, socket 0. IPv6 (23):
+ * the system's record (port 0, flow information, address, scope). No
+ * netmasks or broadcast addresses. */
+typedef struct TOV_SktInterface {
+  uint32_t flags;
+  uint8_t addr[68];
+} TOV_SktInterface;
+
+/* Lists the interface addresses of family (2, 6 or 23; 0 for all three, IPX
+ * first, then IPv4, then IPv6; any other family lists nothing) into
+ * interfaces. An interface with none of the properties is always listed;
+ * one with a property only when selector has its bit. *count (required): the
+ * array's size going in (interfaces may be null when it is 0), the number of
+ * matching addresses coming out;
+ * TOV_ERR_BUFFER_TOO_SMALL when that is larger (the array then holds the
+ * first ones). Otherwise the IPX list's failure, else the status of the last
+ * of the IPv4 and IPv6 lists made (so with family 0 an IPv6 failure hides an
+ * IPv4 one); a family whose list failed contributes nothing. Where IPX, a
+ * UDP socket or the IP helper library is missing, that family lists nothing
+ * and does not fail. The IP helper library is loaded on the first IPv6 list
+ * and unloaded by the last TOV_Cleanup; the next IPv6 list loads it again. */
+TOV_API TOV_Status TOV_SktEnumInterfaces(uint32_t family, uint32_t selector, uint32_t *count,
+                                         TOV_SktInterface *interfaces) TOV_NOEXCEPT;
 
 /* (end of address lists and interface enumeration) */
 

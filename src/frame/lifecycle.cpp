@@ -2,6 +2,7 @@
 #include "errors.h"
 #include "lifecycle.h"
 #include "log.h"
+#include "net/interfaces.h"
 #include "seams.h"
 #include "sync/thread.h"
 
@@ -87,6 +88,7 @@ extern "C" void TOV_Cleanup(void *) {
   if (WSACleanup() == SOCKET_ERROR)
     LogPrintf(LogErr, "TOV: WSACleanup failed, WSE: %d.", WSAGetLastError());
   descriptionCleanup();
+  interfacesRelease();
   TOV_FreeMemTag(&g_memTag);
 }
 
