@@ -4,5 +4,8 @@
 namespace tov::seams {
 TOV_Status (*allocMemTag)(void *, TOV_MemTag *);
 int (*wsaStartup)(WORD, WSADATA *);
+BOOL (*systemTimes)(FILETIME *, FILETIME *, FILETIME *);
+DWORD (*tickCount)();
+long (*uuidCreate)(GUID *);
 } // namespace tov::seams
 #endif
