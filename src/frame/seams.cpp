@@ -4,7 +4,6 @@
 namespace tov::seams {
 TOV_Status (*allocMemTag)(void *, TOV_MemTag *);
 int (*wsaStartup)(WORD, WSADATA *);
-BOOL (*systemTimes)(FILETIME *, FILETIME *, FILETIME *);
 DWORD (*tickCount)();
 long (*uuidCreate)(GUID *);
 } // namespace tov::seams

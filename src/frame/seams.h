@@ -16,10 +16,8 @@ extern TOV_Status (*allocMemTag)(void *owner, TOV_MemTag *tagOut);
 // When set, used instead of WSAStartup by the first start.
 extern int (*wsaStartup)(WORD version, WSADATA *data);
 
-// Processor, time and identity: when set, used instead of GetSystemTimes by
-// the usage samples, GetTickCount by the uptime and UuidCreate by the
+// When set, used instead of GetTickCount by the uptime and UuidCreate by the
 // identifier generator.
-extern BOOL (*systemTimes)(FILETIME *idle, FILETIME *kernel, FILETIME *user);
 extern DWORD (*tickCount)();
 extern long (*uuidCreate)(GUID *uuid);
 

@@ -28,12 +28,10 @@ private:
 // 0.296 s left over at each wrap is not carried.
 constexpr uint32_t kSecondsPerWrap = 4294967;
 
-// Uptime state, for the life of the process: the wrap count in the high half
-// and the last seconds value seen in the low half, changed only under the
-// lock. One word, so that a call in the second already recorded reads both
-// without the lock.
+// Uptime state, for the life of the process, under its lock.
 constinit uint32_t g_uptimeLock = 0;
-constinit uint64_t g_uptime = 0;
+constinit uint32_t g_lastSeconds = 0;
+constinit uint32_t g_wraps = 0;
 
 // Time-zone cache, for the life of the process, under its lock.
 constexpr int64_t kZoneRefreshSeconds = 1800;
@@ -48,27 +46,15 @@ DWORD tickCount() {
   return GetTickCount();
 }
 
-inline uint32_t uptime(uint64_t state) {
-  return static_cast<uint32_t>(state) + static_cast<uint32_t>(state >> 32) * kSecondsPerWrap;
-}
-
 } // namespace
 
-// The state is read before the counter: a wrap recorded in between would
-// need a counter reading below the recorded second, which this call's later
-// reading cannot equal.
+// A counter reading below the last one is a wrap.
 extern "C" uint32_t TOV_SecondsUp(void) noexcept {
-  const uint64_t seen = __atomic_load_n(&g_uptime, __ATOMIC_ACQUIRE);
-  if (tickCount() / 1000 == static_cast<uint32_t>(seen)) return uptime(seen);
-
   LockWordGuard guard(&g_uptimeLock);
   const uint32_t seconds = tickCount() / 1000;
-  const uint64_t last = __atomic_load_n(&g_uptime, __ATOMIC_RELAXED);
-  uint64_t wraps = last >> 32;
-  if (seconds < static_cast<uint32_t>(last)) ++wraps;
-  const uint64_t state = (wraps << 32) | seconds;
-  __atomic_store_n(&g_uptime, state, __ATOMIC_RELEASE);
-  return uptime(state);
+  if (seconds < g_lastSeconds) ++g_wraps;
+  g_lastSeconds = seconds;
+  return seconds + g_wraps * kSecondsPerWrap;
 }
 
 extern "C" void TOV_Sleep(uint32_t ms) noexcept {

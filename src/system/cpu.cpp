@@ -1,7 +1,6 @@
 // System-wide processor usage between two samples, and the processor count.
 #include "frame/errors.h"
 #include "frame/lifecycle.h"
-#include "frame/seams.h"
 
 #include <windows.h>
 
@@ -18,17 +17,10 @@ inline uint64_t ticks(const FILETIME &t) {
   return static_cast<uint64_t>(t.dwHighDateTime) << 32 | t.dwLowDateTime;
 }
 
-BOOL systemTimes(FILETIME *idle, FILETIME *kernel, FILETIME *user) {
-#ifdef TOV_TEST_SEAMS
-  if (tov::seams::systemTimes) return tov::seams::systemTimes(idle, kernel, user);
-#endif
-  return GetSystemTimes(idle, kernel, user);
-}
-
 // False, with the system's last error, when the times cannot be read.
 bool takeSample(TOV_CPUUsage *sample) {
   FILETIME idle, kernel, user;
-  if (!systemTimes(&idle, &kernel, &user)) return false;
+  if (!GetSystemTimes(&idle, &kernel, &user)) return false;
   sample->total = ticks(kernel) + ticks(user);
   sample->busy = sample->total - ticks(idle);
   return true;
