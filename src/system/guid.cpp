@@ -16,7 +16,9 @@ namespace {
 static_assert(sizeof(TOV_Guid) == sizeof(UUID));
 
 // The C runtime's generator is seeded once for the process, on the first
-// fallback.
+// fallback. The C runtime keeps the generator's state per thread, so this
+// seeds the state of the thread that falls back first; other threads go on
+// from their own states.
 constinit INIT_ONCE g_seedOnce = INIT_ONCE_STATIC_INIT;
 
 BOOL CALLBACK seedGenerator(INIT_ONCE *, void *, void **) {
