@@ -482,6 +482,68 @@ TOV_API TOV_Status TOV_TLSSetValue(uint64_t key, void *value);
 /* Processor, time and identity                                             */
 /* ------------------------------------------------------------------------ */
 
+/* System-wide processor usage between two samples. A usage record keeps the
+ * last sample; it has no lock: its users serialise the calls on one record.
+ * Usage calls test the start-up count; the other calls of this section work
+ * at any time. */
+typedef struct TOV_CPUUsage TOV_CPUUsage;
+
+/* Writes 0 to *handleOut, takes a first sample and writes the new record.
+ * A failed sample gives the mapped system error, TOV_ERR_NO_MEMORY a failed
+ * allocation; *handleOut stays 0 then. */
+TOV_API TOV_Status TOV_GetCPUUsageHandle(TOV_CPUUsage **handleOut) TOV_NOEXCEPT;
+/* The share (0 to 100, truncated) of the time of all processors together that
+ * was not idle since the record's previous sample; the record then keeps the
+ * new sample. *percent is -1 on a failed sample (the mapped system error; the
+ * record keeps its sample). Two samples with no processor time between them
+ * (the system's counters move in steps of several milliseconds) give 0:
+ * nothing was seen busy. */
+TOV_API TOV_Status TOV_GetCPUUsagePercent(TOV_CPUUsage *handle, int32_t *percent) TOV_NOEXCEPT;
+/* Frees the record and clears *handle; a variable holding 0 frees nothing. */
+TOV_API TOV_Status TOV_FreeCPUUsageHandle(TOV_CPUUsage **handle) TOV_NOEXCEPT;
+
+/* The number of active processors. */
+TOV_API uint32_t TOV_GetNumberOfProcessors(void) TOV_NOEXCEPT;
+/* Seconds since the system started. The system's millisecond counter wraps
+ * after 49.7 days; a wrap is counted (4294967 s each) when the function is
+ * called at least once in every such period. */
+TOV_API uint32_t TOV_SecondsUp(void) TOV_NOEXCEPT;
+/* Suspends the calling thread for ms milliseconds; 0 gives up the rest of
+ * its time slice. */
+TOV_API void TOV_Sleep(uint32_t ms) TOV_NOEXCEPT;
+/* The wall-clock time: seconds since 1970-01-01 UTC and, when millis is not
+ * null, the milliseconds (0 to 999). seconds must be valid. */
+TOV_API void TOV_HiResTime(int64_t *seconds, uint32_t *millis) TOV_NOEXCEPT;
+/* Seconds to add to local time to get UTC (positive west of Greenwich),
+ * daylight saving time included while in effect. Read from the system at
+ * most once per 30 minutes; 0 until the system has answered once. */
+TOV_API int32_t TOV_TZOffset(void) TOV_NOEXCEPT;
+
+/* A 16-byte unique identifier in the system's layout. */
+typedef struct TOV_Guid {
+  uint32_t data1;
+  uint16_t data2;
+  uint16_t data3;
+  uint8_t data4[8];
+} TOV_Guid;
+
+/* Writes a new identifier from the system's generator; when the system
+ * cannot make one, four values of the C runtime's rand() (0 to 32767) fill
+ * the four 32-bit words, the generator seeded with the time once per
+ * process. Never fails; guid must be valid. */
+TOV_API void TOV_TmGuidGenerate(TOV_Guid *guid) TOV_NOEXCEPT;
+
+/* Pointer tests: TOV_OK when the memory may be executed, read, written or
+ * read as a string of at most maxLength characters (up to its terminator;
+ * wide != 0: 16-bit characters), else TOV_ERR_INVALID_PARAMETER. A read or
+ * write test of size 0 always passes. The tests never fault, but memory
+ * with a guard page must not be given to them: touching it is not caught. */
+TOV_API TOV_Status TOV_SysValidateCodePtr(const void *p) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_SysValidateReadPtr(const void *p, uint64_t size) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_SysValidateWritePtr(void *p, uint64_t size) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_SysValidateStringPtr(const void *p, uint64_t maxLength,
+                                            int32_t wide) TOV_NOEXCEPT;
+
 /* (end of processor, time and identity) */
 
 /* ------------------------------------------------------------------------ */

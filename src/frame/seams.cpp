@@ -4,5 +4,7 @@
 namespace tov::seams {
 TOV_Status (*allocMemTag)(void *, TOV_MemTag *);
 int (*wsaStartup)(WORD, WSADATA *);
+DWORD (*tickCount)();
+long (*uuidCreate)(GUID *);
 } // namespace tov::seams
 #endif

@@ -16,6 +16,11 @@ extern TOV_Status (*allocMemTag)(void *owner, TOV_MemTag *tagOut);
 // When set, used instead of WSAStartup by the first start.
 extern int (*wsaStartup)(WORD version, WSADATA *data);
 
+// When set, used instead of GetTickCount by the uptime and UuidCreate by the
+// identifier generator.
+extern DWORD (*tickCount)();
+extern long (*uuidCreate)(GUID *uuid);
+
 } // namespace tov::seams
 
 #endif
