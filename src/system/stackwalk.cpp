@@ -81,18 +81,21 @@ DWORD64 WINAPI moduleBaseOfHandler(HANDLE, DWORD64 address) {
   return g_dbgHelp.call<ModuleBaseFn>(kModuleBase, DWORD64{0}, kHandler, address);
 }
 
-// Appends part (length bytes) and ";" when both fit before the path's
-// terminator; length 0 appends nothing.
+// The symbol search path, built part by part. A part is kept, followed by
+// ";", only when it fits whole with the byte after it; at the end the last
+// ";" becomes the terminator.
 class SearchPath {
 public:
   char *end() noexcept { return text_ + used_; }
   DWORD room() const noexcept { return static_cast<DWORD>(kPathSize - used_); }
-  // The part of that length was written at end() by a call given room().
+  // Keeps the part a platform call wrote at end() when given room(); a call
+  // that wrote nothing (length 0) or wanted more room adds nothing.
   void take(size_t length) noexcept {
     if (length == 0 || length + 1 > room()) return;
     used_ += length;
     text_[used_++] = ';';
   }
+  // Appends a part, also an empty one.
   void append(const char *part, size_t length) noexcept {
     if (length + 1 > room()) return;
     std::memcpy(end(), part, length);
@@ -134,6 +137,7 @@ TOV_Status startHandler() noexcept {
   g_dbgHelp.call<SetOptionsFn>(kSetOptions, DWORD{0}, (options | kLoadLines) & ~kUndecorate);
   SearchPath path;
   buildSearchPath(path);
+  // Without the library (or its entry point) the module counts as not found.
   auto *initialize = g_dbgHelp.get<InitializeFn>(kInitialize);
   if (!initialize) return MapSystemError(ERROR_MOD_NOT_FOUND);
   if (!initialize(kHandler, path.finish(), FALSE)) return MapLastSystemError();
@@ -227,8 +231,10 @@ extern "C" TOV_Status TOV_SysGetSymbolInfo(uint64_t processId, uint64_t address,
   if (nameSize > 0) {
     name[0] = '\0';
     symbol->SizeOfStruct = sizeof(IMAGEHLP_SYMBOL64);
-    // Cut to 32 bits the room only shrinks; the record holds nameSize + 4.
+    // Cut to 32 bits the room only shrinks; the record holds nameSize + 4
+    // name bytes. A room cut to 0 leaves the name unwritten: start it empty.
     symbol->MaxNameLength = static_cast<DWORD>(nameSize + 1);
+    symbol->Name[0] = '\0';
     DWORD64 displacement = 0;
     if (g_dbgHelp.call<SymFromAddrFn>(kSymFromAddr, FALSE, kHandler, address, &displacement,
                                       symbol.get())) {
