@@ -53,8 +53,9 @@ TOV_Status listIds(DWORD flags, uint64_t processId, size_t first, uint64_t *ids,
   entry.dwSize = sizeof entry;
   const uint32_t room = *count;
   uint32_t found = 0;
-  BOOL more = walk(first, snapshot.get(), &entry);
-  for (; more; more = walk(first + 1, snapshot.get(), &entry)) {
+  // Each walk's "next" entry point follows its "first" in the table.
+  for (BOOL more = walk(first, snapshot.get(), &entry); more;
+       more = walk(first + 1, snapshot.get(), &entry)) {
     uint64_t id;
     if (!pick(entry, &id)) continue;
     if (found < room) ids[found] = id;
