@@ -470,11 +470,78 @@ TOV_API TOV_Status TOV_TLSSetValue(uint64_t key, void *value);
 /* Processes, threads, thread contexts                                      */
 /* ------------------------------------------------------------------------ */
 
+/* Process and thread ids are the system's 32-bit ids, zero-extended.
+ *
+ * The two listing calls fill ids with the ids found, in the system's order,
+ * as far as the array goes: *count is the array's size on entry and the
+ * number found on return (TOV_OK, or TOV_ERR_BUFFER_TOO_SMALL when that is
+ * larger than the array). ids may be null only with *count == 0, which asks
+ * for the number alone. Any other failure (no snapshot: the mapped system
+ * error) leaves *count unwritten. Processes and threads that start or end
+ * during a call may or may not be seen. */
+TOV_API TOV_Status TOV_SysEnumProcesses(uint64_t *ids, uint32_t *count) TOV_NOEXCEPT;
+/* The threads of process processId; an id no process has gives TOV_OK and 0. */
+TOV_API TOV_Status TOV_SysEnumThreads(uint64_t processId, uint64_t *ids,
+                                      uint32_t *count) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_SysGetCurrentProcessId(uint64_t *idOut) TOV_NOEXCEPT;
+
+/* A captured thread context: the thread of threadId (in process processId)
+ * held suspended, its registers read, ready for TOV_SysStackWalk. The record
+ * is allocated under the caller's tag; the thread does not run until
+ * TOV_SysFreeThreadCtx resumes it, so capture threads that hold no lock the
+ * capturing thread needs (the C runtime heap's, for instance). Capturing
+ * twice suspends twice: the thread runs again after both are freed. */
+typedef void *TOV_ThreadCtxHandle;
+/* The calling thread's own id, an id above 32 bits, a null tag or a null
+ * ctxOut give TOV_ERR_INVALID_PARAMETER; a thread that cannot be opened or
+ * read gives the mapped system error. *ctxOut is written only on success. */
+TOV_API TOV_Status TOV_SysAllocThreadCtx(TOV_MemTag tag, uint64_t processId, uint64_t threadId,
+                                         TOV_ThreadCtxHandle *ctxOut) TOV_NOEXCEPT;
+/* Resumes the thread once and frees the record. Always TOV_OK for a non-null
+ * record. */
+TOV_API TOV_Status TOV_SysFreeThreadCtx(TOV_ThreadCtxHandle ctx) TOV_NOEXCEPT;
+
 /* (end of processes, threads, thread contexts) */
 
 /* ------------------------------------------------------------------------ */
 /* Stack walk and symbols                                                   */
 /* ------------------------------------------------------------------------ */
+
+/* Walks the stack of a captured thread one frame per call. Set *address to 0
+ * before the first call; each TOV_OK call then leaves in it the next code
+ * address outwards: first the thread's instruction pointer, then each
+ * frame's return address, and 0 when the walk has ended. A step that fails
+ * returns the mapped system error and leaves *address as it was (a process
+ * that cannot be opened for reading is tried again on the next step).
+ * Frames past the first are found only in modules the symbol handler knows:
+ * make one TOV_SysGetSymbolInfo call for the process before walking. */
+TOV_API TOV_Status TOV_SysStackWalk(TOV_ThreadCtxHandle ctx, uint64_t *address) TOV_NOEXCEPT;
+
+/* Describes the code address of process processId (not 0). Each piece is
+ * looked up only when asked for: the name (nameSize > 0; the displacement
+ * with it), the source file and line (fileSize > 0 or lineOut), the module
+ * (moduleSize > 0 or any module out). Text is cut to fit its buffer and
+ * always terminated; a buffer may be null only with size 0. Names stay as the
+ * compiler's debug information gives them. Every piece asked for is emptied
+ * (text "", numbers 0) before its look-up, so a piece not found reads empty.
+ * The result is TOV_OK unless every one of the three pieces was asked for and
+ * none was found; it is then the name look-up's mapped error (its value
+ * differs between systems). moduleName receives the path the module was
+ * loaded from; its base, image size and link time stamp go to the outs.
+ *
+ * The first call starts the process's symbol handler, with line information
+ * and a search path made of the current directory, the executable's
+ * directory and the variables _NT_SYMBOL_PATH, _NT_ALTERNATE_SYMBOL_PATH and
+ * SYSTEMROOT, read then (at most 259 characters; a part that does not fit is
+ * left out). Every call offers the process's modules to the handler again,
+ * so modules loaded since are known. Calls of this function and of
+ * TOV_SysStackWalk are serialised inside the library. */
+TOV_API TOV_Status TOV_SysGetSymbolInfo(uint64_t processId, uint64_t address, char *name,
+                                        uint64_t nameSize, uint64_t *displacementOut, char *file,
+                                        uint64_t fileSize, uint32_t *lineOut, char *moduleName,
+                                        uint64_t moduleNameSize, uint64_t *moduleBaseOut,
+                                        uint64_t *moduleSizeOut,
+                                        uint64_t *moduleTimeStampOut) TOV_NOEXCEPT;
 
 /* (end of stack walk and symbols) */
 

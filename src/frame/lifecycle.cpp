@@ -5,6 +5,7 @@
 #include "net/interfaces.h"
 #include "seams.h"
 #include "sync/thread.h"
+#include "system/stackwalk.h"
 
 #include <winsock2.h>
 #include <windows.h>
@@ -69,6 +70,7 @@ extern "C" TOV_Status TOV_Startup(void *module, int32_t, void *, void *) {
   const int wsaError = startWinsock(&wsa);
   if (wsaError != 0) {
     LogPrintf(LogCrit, "TOV Init: WSAStartup failed, WSE: %d.", wsaError);
+    debugHelpCleanup();
     descriptionCleanup();
     TOV_FreeMemTag(&g_memTag);
     setCount(count() - 1);
@@ -87,6 +89,7 @@ extern "C" void TOV_Cleanup(void *) {
   }
   if (WSACleanup() == SOCKET_ERROR)
     LogPrintf(LogErr, "TOV: WSACleanup failed, WSE: %d.", WSAGetLastError());
+  debugHelpCleanup();
   descriptionCleanup();
   interfacesRelease();
   TOV_FreeMemTag(&g_memTag);
