@@ -149,6 +149,22 @@ TOV_API void TOV_DebugOutput(const char *format, ...) TOV_PRINTF_LIKE(1, 2);
 /* Assertion dialog                                                         */
 /* ------------------------------------------------------------------------ */
 
+/* Reports a failed assertion in a modal dialog on the calling thread: the
+ * expression, the file name and the line (shown with its sign), with three
+ * buttons. Terminate, the default (Enter), ends the process with exit code
+ * 0xFFFFFFFF. Continue (Escape) and the caption's close box return. Debug is
+ * enabled only while a debugger is attached to the process; it then breaks
+ * into the debugger (DebugBreak) and returns.
+ * The report text holds at most 4095 characters. When the expression and the
+ * file name do not both fit, they are cut and end in "...": the file name
+ * keeps at least half of the room they share, the labels and the line number
+ * are always shown. A null string shows as empty.
+ * Works at any time (before TOV_Startup too) and on any thread, each call
+ * waiting for its own dialog. Where no dialog can be shown (no display), it
+ * returns at once. */
+TOV_API void TOV_AssertionFailed(const char *expression, const char *file,
+                                 int32_t line) TOV_NOEXCEPT;
+
 /* (end of assertion dialog) */
 
 /* ------------------------------------------------------------------------ */
