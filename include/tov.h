@@ -20,6 +20,13 @@
 #define TOV_API __declspec(dllimport)
 #endif
 
+/* Exported functions throw nothing; C++ callers see that in their type. */
+#ifdef __cplusplus
+#define TOV_NOEXCEPT noexcept
+#else
+#define TOV_NOEXCEPT
+#endif
+
 #if defined(__GNUC__)
 #define TOV_PRINTF_LIKE(f, a) __attribute__((__format__(ms_printf, f, a)))
 #else
@@ -341,6 +348,49 @@ TOV_API TOV_Status TOV_FileDelete(const char *path);
 /* ------------------------------------------------------------------------ */
 /* Directories and paths                                                    */
 /* ------------------------------------------------------------------------ */
+
+/* A listing handle stands for a library record; TOV_DirClose frees it. */
+typedef void *TOV_DirHandle;
+
+/* Longest path the library builds or searches with, terminator included. */
+#define TOV_PATH_MAX 260
+
+/* Opens a listing of the entries of directory that match mask ("*" when
+ * mask is null); nothing is read yet. One trailing separator (backslash or
+ * forward slash) of directory is dropped; a directory that is a lone
+ * separator stands for the root of the current drive (not the current
+ * directory). The search pattern, directory + backslash + mask (mask alone
+ * for an empty directory), must fit TOV_PATH_MAX: a longer one gives
+ * TOV_ERR_PATH_TOO_LONG before the directory is looked at. A missing directory gives
+ * TOV_ERR_NOT_FOUND. *listing is written only on success. */
+TOV_API TOV_Status TOV_DirOpen(const char *directory, const char *mask,
+                               TOV_DirHandle *listing) TOV_NOEXCEPT;
+/* The next entry, "." and ".." included, in the platform's order (no sort).
+ * *name points into the listing and stays valid until the next read or the
+ * close; *attributes uses the TOV_FILE_ATTR_ flags (other platform bits are
+ * dropped). Any out argument may be null. TOV_ERR_END_OF_DATA at the end,
+ * at every read after it, and when nothing matches; nothing is written on
+ * failure. */
+TOV_API TOV_Status TOV_DirRead(TOV_DirHandle listing, const char **name, uint32_t *attributes,
+                               TOV_FileInfo *info) TOV_NOEXCEPT;
+/* Ends the search, frees the listing and sets *listing to 0, also when ending
+ * the search fails (that failure is returned). */
+TOV_API TOV_Status TOV_DirClose(TOV_DirHandle *listing) TOV_NOEXCEPT;
+/* One directory; its parent must exist (else TOV_ERR_NOT_FOUND). */
+TOV_API TOV_Status TOV_DirCreate(const char *path) TOV_NOEXCEPT;
+/* One empty directory. A directory that is not empty gives the C runtime's
+ * number for it (41), unmapped. */
+TOV_API TOV_Status TOV_DirDelete(const char *path) TOV_NOEXCEPT;
+/* Bytes the calling user may still use on the volume holding path. */
+TOV_API TOV_Status TOV_DirFreeSpace(const char *path, uint64_t *freeBytes) TOV_NOEXCEPT;
+/* Joins the components that are not null into path (TOV_PATH_MAX bytes),
+ * putting a backslash between two unless the text so far ends in one (a
+ * forward slash does not count). Components are copied as they stand; an
+ * empty one still adds a separator when one is due. A result longer than
+ * TOV_PATH_MAX - 1 characters gives TOV_ERR_PATH_TOO_LONG and leaves path
+ * empty; nothing is ever written past TOV_PATH_MAX bytes. */
+TOV_API TOV_Status TOV_PathBuild(const char *c1, const char *c2, const char *c3, const char *c4,
+                                 char *path) TOV_NOEXCEPT;
 
 /* (end of directories and paths) */
 
