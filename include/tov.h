@@ -398,6 +398,53 @@ TOV_API TOV_Status TOV_PathBuild(const char *c1, const char *c2, const char *c3,
 /* Modules                                                                  */
 /* ------------------------------------------------------------------------ */
 
+/* A module handle is the platform's own. One from TOV_ModLoad holds a load
+ * reference, which TOV_ModUnload gives back; one from TOV_ModGetHandle none.
+ * These functions, except TOV_ModGetHandle and TOV_ModGetFullPath, also work
+ * before TOV_Startup. */
+typedef void *TOV_ModHandle;
+
+/* Loads name; when that fails, name + ".dll" (also after a ".dll" already
+ * there), whose failure is returned. *module is null after a failure. A
+ * module that is not one the platform can load gives the platform's own
+ * number (ERROR_BAD_EXE_FORMAT, 193). */
+TOV_API TOV_Status TOV_ModLoad(const char *name, TOV_ModHandle *module) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_ModUnload(TOV_ModHandle module) TOV_NOEXCEPT;
+/* *address is null and the status TOV_ERR_SYMBOL_NOT_FOUND when module does
+ * not export symbol. */
+TOV_API TOV_Status TOV_ModResolveSym(TOV_ModHandle module, const char *symbol,
+                                     void **address) TOV_NOEXCEPT;
+/* Does nothing; TOV_OK. */
+TOV_API TOV_Status TOV_ModUnResolveSym(TOV_ModHandle module, void *address) TOV_NOEXCEPT;
+/* A module already loaded, without taking a reference; TOV_ERR_MODULE_NOT_FOUND
+ * when it is not loaded. *module is written only on success. */
+TOV_API TOV_Status TOV_ModGetHandle(const char *name, TOV_ModHandle *module) TOV_NOEXCEPT;
+/* The full path of module's file in path[0..size); a longer path is cut to
+ * size - 1 characters, terminated, and still TOV_OK. A null path, a size of
+ * 0, then a null module give TOV_ERR_INVALID_PARAMETER. The platform
+ * receives the low 32 bits of size. */
+TOV_API TOV_Status TOV_ModGetFullPath(TOV_ModHandle module, char *path, uint64_t size) TOV_NOEXCEPT;
+/* From the file of module (null: the program): its last-write time into
+ * *modified (seconds since 1970 UTC; best effort, never a failure, left as it
+ * was when the file cannot be read), and its file version text into
+ * version[0..size), cut and terminated. The version is "0.0.0" when the file
+ * has no version record; a record without a translation table gives
+ * TOV_ERR_INVALID_MODULE and "0.0.0". Either out argument may be null (a
+ * version of size 0 counts as null). A path of 256 characters or more is cut to
+ * 255 before the file is read. */
+TOV_API TOV_Status TOV_ModGetTimeVersion(TOV_ModHandle module, int64_t *modified, char *version,
+                                         uint32_t size) TOV_NOEXCEPT;
+/* TOV_OK when module is not null and names a loaded module's file, else
+ * TOV_ERR_INVALID_PARAMETER. */
+TOV_API TOV_Status TOV_ModValidateHandle(TOV_ModHandle module) TOV_NOEXCEPT;
+/* The file description of file's version record into description[0..size),
+ * cut and terminated (size 0: not touched). A file without a version record,
+ * or a missing file, gives TOV_OK and an empty text; a record without a
+ * translation table TOV_ERR_INVALID_MODULE. Nothing is compared: the caller
+ * judges the text. */
+TOV_API TOV_Status TOV_ModValidateName(const char *file, uint32_t size,
+                                       char *description) TOV_NOEXCEPT;
+
 /* (end of modules) */
 
 /* ------------------------------------------------------------------------ */
