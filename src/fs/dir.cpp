@@ -36,11 +36,8 @@ TOV_Status searchPattern(const char *directory, const char *mask,
 
 uint32_t libraryAttributes(DWORD platform) noexcept {
   uint32_t attributes = 0;
-  if (platform & FILE_ATTRIBUTE_ARCHIVE) attributes |= TOV_FILE_ATTR_ARCHIVE;
-  if (platform & FILE_ATTRIBUTE_HIDDEN) attributes |= TOV_FILE_ATTR_HIDDEN;
-  if (platform & FILE_ATTRIBUTE_READONLY) attributes |= TOV_FILE_ATTR_READONLY;
-  if (platform & FILE_ATTRIBUTE_SYSTEM) attributes |= TOV_FILE_ATTR_SYSTEM;
-  if (platform & FILE_ATTRIBUTE_DIRECTORY) attributes |= TOV_FILE_ATTR_DIRECTORY;
+  for (const tov::AttributeBit &bit : tov::kAttributeBits)
+    if (platform & bit.platform) attributes |= bit.library;
   return attributes;
 }
 
