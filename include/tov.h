@@ -20,6 +20,13 @@
 #define TOV_API __declspec(dllimport)
 #endif
 
+/* Exported functions throw nothing; C++ callers see that in their type. */
+#ifdef __cplusplus
+#define TOV_NOEXCEPT noexcept
+#else
+#define TOV_NOEXCEPT
+#endif
+
 #if defined(__GNUC__)
 #define TOV_PRINTF_LIKE(f, a) __attribute__((__format__(ms_printf, f, a)))
 #else
@@ -365,11 +372,101 @@ TOV_API TOV_Status TOV_FileDelete(const char *path);
 /* Directories and paths                                                    */
 /* ------------------------------------------------------------------------ */
 
+/* A listing handle stands for a library record; TOV_DirClose frees it. */
+typedef void *TOV_DirHandle;
+
+/* Longest path the library builds or searches with, terminator included. */
+#define TOV_PATH_MAX 260
+
+/* Opens a listing of the entries of directory that match mask ("*" when
+ * mask is null); nothing is read yet. One trailing separator (backslash or
+ * forward slash) of directory is dropped; a directory that is a lone
+ * separator stands for the root of the current drive (not the current
+ * directory). The search pattern, directory + backslash + mask (mask alone
+ * for an empty directory), must fit TOV_PATH_MAX: a longer one gives
+ * TOV_ERR_PATH_TOO_LONG before the directory is looked at. A missing directory gives
+ * TOV_ERR_NOT_FOUND. *listing is written only on success. */
+TOV_API TOV_Status TOV_DirOpen(const char *directory, const char *mask,
+                               TOV_DirHandle *listing) TOV_NOEXCEPT;
+/* The next entry, "." and ".." included, in the platform's order (no sort).
+ * *name points into the listing and stays valid until the next read or the
+ * close; *attributes uses the TOV_FILE_ATTR_ flags (other platform bits are
+ * dropped). Any out argument may be null. TOV_ERR_END_OF_DATA at the end,
+ * at every read after it, and when nothing matches; nothing is written on
+ * failure. */
+TOV_API TOV_Status TOV_DirRead(TOV_DirHandle listing, const char **name, uint32_t *attributes,
+                               TOV_FileInfo *info) TOV_NOEXCEPT;
+/* Ends the search, frees the listing and sets *listing to 0, also when ending
+ * the search fails (that failure is returned). */
+TOV_API TOV_Status TOV_DirClose(TOV_DirHandle *listing) TOV_NOEXCEPT;
+/* One directory; its parent must exist (else TOV_ERR_NOT_FOUND). */
+TOV_API TOV_Status TOV_DirCreate(const char *path) TOV_NOEXCEPT;
+/* One empty directory. A directory that is not empty gives the C runtime's
+ * number for it (41), unmapped. */
+TOV_API TOV_Status TOV_DirDelete(const char *path) TOV_NOEXCEPT;
+/* Bytes the calling user may still use on the volume holding path. */
+TOV_API TOV_Status TOV_DirFreeSpace(const char *path, uint64_t *freeBytes) TOV_NOEXCEPT;
+/* Joins the components that are not null into path (TOV_PATH_MAX bytes),
+ * putting a backslash between two unless the text so far ends in one (a
+ * forward slash does not count). Components are copied as they stand; an
+ * empty one still adds a separator when one is due. A result longer than
+ * TOV_PATH_MAX - 1 characters gives TOV_ERR_PATH_TOO_LONG and leaves path
+ * empty; nothing is ever written past TOV_PATH_MAX bytes. */
+TOV_API TOV_Status TOV_PathBuild(const char *c1, const char *c2, const char *c3, const char *c4,
+                                 char *path) TOV_NOEXCEPT;
+
 /* (end of directories and paths) */
 
 /* ------------------------------------------------------------------------ */
 /* Modules                                                                  */
 /* ------------------------------------------------------------------------ */
+
+/* A module handle is the platform's own. One from TOV_ModLoad holds a load
+ * reference, which TOV_ModUnload gives back; one from TOV_ModGetHandle none.
+ * These functions, except TOV_ModGetHandle and TOV_ModGetFullPath, also work
+ * before TOV_Startup. */
+typedef void *TOV_ModHandle;
+
+/* Loads name; when that fails, name + ".dll" (also after a ".dll" already
+ * there), whose failure is returned. *module is null after a failure. A
+ * module that is not one the platform can load gives the platform's own
+ * number (ERROR_BAD_EXE_FORMAT, 193). */
+TOV_API TOV_Status TOV_ModLoad(const char *name, TOV_ModHandle *module) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_ModUnload(TOV_ModHandle module) TOV_NOEXCEPT;
+/* *address is null and the status TOV_ERR_SYMBOL_NOT_FOUND when module does
+ * not export symbol. */
+TOV_API TOV_Status TOV_ModResolveSym(TOV_ModHandle module, const char *symbol,
+                                     void **address) TOV_NOEXCEPT;
+/* Does nothing; TOV_OK. */
+TOV_API TOV_Status TOV_ModUnResolveSym(TOV_ModHandle module, void *address) TOV_NOEXCEPT;
+/* A module already loaded, without taking a reference; TOV_ERR_MODULE_NOT_FOUND
+ * when it is not loaded. *module is written only on success. */
+TOV_API TOV_Status TOV_ModGetHandle(const char *name, TOV_ModHandle *module) TOV_NOEXCEPT;
+/* The full path of module's file in path[0..size); a longer path is cut to
+ * size - 1 characters, terminated, and still TOV_OK. A null path, a size of
+ * 0, then a null module give TOV_ERR_INVALID_PARAMETER. The platform
+ * receives the low 32 bits of size. */
+TOV_API TOV_Status TOV_ModGetFullPath(TOV_ModHandle module, char *path, uint64_t size) TOV_NOEXCEPT;
+/* From the file of module (null: the program): its last-write time into
+ * *modified (seconds since 1970 UTC; best effort, never a failure, left as it
+ * was when the file cannot be read), and its file version text into
+ * version[0..size), cut and terminated. The version is "0.0.0" when the file
+ * has no version record; a record without a translation table gives
+ * TOV_ERR_INVALID_MODULE and "0.0.0". Either out argument may be null (a
+ * version of size 0 counts as null). A path of 256 characters or more is cut to
+ * 255 before the file is read. */
+TOV_API TOV_Status TOV_ModGetTimeVersion(TOV_ModHandle module, int64_t *modified, char *version,
+                                         uint32_t size) TOV_NOEXCEPT;
+/* TOV_OK when module is not null and names a loaded module's file, else
+ * TOV_ERR_INVALID_PARAMETER. */
+TOV_API TOV_Status TOV_ModValidateHandle(TOV_ModHandle module) TOV_NOEXCEPT;
+/* The file description of file's version record into description[0..size),
+ * cut and terminated (size 0: not touched). A file without a version record,
+ * or a missing file, gives TOV_OK and an empty text; a record without a
+ * translation table TOV_ERR_INVALID_MODULE. Nothing is compared: the caller
+ * judges the text. */
+TOV_API TOV_Status TOV_ModValidateName(const char *file, uint32_t size,
+                                       char *description) TOV_NOEXCEPT;
 
 /* (end of modules) */
 

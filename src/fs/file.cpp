@@ -43,12 +43,11 @@ DWORD shareFor(uint32_t shareFlags) noexcept {
   return share;
 }
 
+// A file is never created as a directory: that flag is ignored here.
 DWORD attributesFor(uint32_t attributes) noexcept {
   DWORD platform = 0;
-  if (attributes & TOV_FILE_ATTR_ARCHIVE) platform |= FILE_ATTRIBUTE_ARCHIVE;
-  if (attributes & TOV_FILE_ATTR_HIDDEN) platform |= FILE_ATTRIBUTE_HIDDEN;
-  if (attributes & TOV_FILE_ATTR_READONLY) platform |= FILE_ATTRIBUTE_READONLY;
-  if (attributes & TOV_FILE_ATTR_SYSTEM) platform |= FILE_ATTRIBUTE_SYSTEM;
+  for (const tov::AttributeBit &bit : tov::kAttributeBits)
+    if (attributes & bit.library & ~TOV_FILE_ATTR_DIRECTORY) platform |= bit.platform;
   return platform;
 }
 
