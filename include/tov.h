@@ -20,13 +20,6 @@
 #define TOV_API __declspec(dllimport)
 #endif
 
-/* Exported functions throw nothing; C++ callers see that in their type. */
-#ifdef __cplusplus
-#define TOV_NOEXCEPT noexcept
-#else
-#define TOV_NOEXCEPT
-#endif
-
 #if defined(__GNUC__)
 #define TOV_PRINTF_LIKE(f, a) __attribute__((__format__(ms_printf, f, a)))
 #else
@@ -449,7 +442,8 @@ TOV_API TOV_Status TOV_ModGetHandle(const char *name, TOV_ModHandle *module) TOV
 TOV_API TOV_Status TOV_ModGetFullPath(TOV_ModHandle module, char *path, uint64_t size) TOV_NOEXCEPT;
 /* From the file of module (null: the program): its last-write time into
  * *modified (seconds since 1970 UTC; best effort, never a failure, left as it
- * was when the file cannot be read), and its file version text into
+ * was when the file cannot be opened without sharing or read), and its file
+ * version text into
  * version[0..size), cut and terminated. The version is "0.0.0" when the file
  * has no version record; a record without a translation table gives
  * TOV_ERR_INVALID_MODULE and "0.0.0". Either out argument may be null (a

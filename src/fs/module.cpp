@@ -117,10 +117,9 @@ extern "C" TOV_Status TOV_ModGetTimeVersion(TOV_ModHandle module, int64_t *modif
   path[sizeof path - 1] = '\0';
 
   if (modified) {
-    // Best effort. Read sharing lets the time through while another reader
-    // (the loader, a scanner) holds the file.
-    tov::UniqueHandle file(
-        CreateFileA(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+    // Best effort, with no sharing: a file that someone holds open leaves the
+    // time as it was.
+    tov::UniqueHandle file(CreateFileA(path, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
     FILETIME written;
     if (file && GetFileTime(file.get(), nullptr, nullptr, &written))
       *modified = tov::fileTimeToSeconds(written);
