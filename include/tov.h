@@ -443,12 +443,11 @@ TOV_API TOV_Status TOV_ModGetFullPath(TOV_ModHandle module, char *path, uint64_t
 /* From the file of module (null: the program): its last-write time into
  * *modified (seconds since 1970 UTC; best effort, never a failure, left as it
  * was when the file cannot be opened without sharing or read), and its file
- * version text into
- * version[0..size), cut and terminated. The version is "0.0.0" when the file
- * has no version record; a record without a translation table gives
- * TOV_ERR_INVALID_MODULE and "0.0.0". Either out argument may be null (a
- * version of size 0 counts as null). A path of 256 characters or more is cut to
- * 255 before the file is read. */
+ * version text into version[0..size), cut and terminated. The version is
+ * "0.0.0" when the file has no version record; a record without a
+ * translation table gives TOV_ERR_INVALID_MODULE and "0.0.0". Either out
+ * argument may be null (a version of size 0 counts as null). A path of 256
+ * characters or more is cut to 255 before the file is read. */
 TOV_API TOV_Status TOV_ModGetTimeVersion(TOV_ModHandle module, int64_t *modified, char *version,
                                          uint32_t size) TOV_NOEXCEPT;
 /* TOV_OK when module is not null and names a loaded module's file, else
