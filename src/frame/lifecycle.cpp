@@ -51,7 +51,7 @@ int startWinsock(WSADATA *data) {
 
 using namespace tov;
 
-extern "C" TOV_Status TOV_Startup(void *module, int32_t, void *, void *) {
+extern "C" TOV_Status TOV_Startup(void *module, int32_t, void *, void *) noexcept {
   const int32_t old = count();
   setCount(old + 1);
   if (old != 0) return TOV_OK;
@@ -79,7 +79,7 @@ extern "C" TOV_Status TOV_Startup(void *module, int32_t, void *, void *) {
   return TOV_OK;
 }
 
-extern "C" void TOV_Cleanup(void *) {
+extern "C" void TOV_Cleanup(void *) noexcept {
   if (const int32_t old = count(); old != 0) {
     setCount(old - 1);
     if (old != 1) return;
@@ -90,20 +90,20 @@ extern "C" void TOV_Cleanup(void *) {
   TOV_FreeMemTag(&g_memTag);
 }
 
-extern "C" TOV_Status TOV_AllocMemTag(void *owner, TOV_MemTag *tagOut) {
+extern "C" TOV_Status TOV_AllocMemTag(void *owner, TOV_MemTag *tagOut) noexcept {
   *tagOut = owner;
   return TOV_OK;
 }
 
-extern "C" void TOV_FreeMemTag(TOV_MemTag *tag) {
+extern "C" void TOV_FreeMemTag(TOV_MemTag *tag) noexcept {
   *tag = nullptr;
 }
 
-extern "C" uint32_t TOV_GetVersion(void) {
+extern "C" uint32_t TOV_GetVersion(void) noexcept {
   return TOV_INTERFACE_VERSION;
 }
 
-extern "C" uint32_t findid(uint32_t value, const uint32_t *list, uint32_t count) {
+extern "C" uint32_t findid(uint32_t value, const uint32_t *list, uint32_t count) noexcept {
   constexpr uint32_t kNone = 0xFFFFFFFFu;
   if (!started() || (!list && count != 0)) return kNone;
   for (uint32_t i = 0; i < count; ++i)
@@ -112,7 +112,7 @@ extern "C" uint32_t findid(uint32_t value, const uint32_t *list, uint32_t count)
 }
 
 #ifndef TOV_STATIC
-extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID) {
+extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID) noexcept {
   if (reason == DLL_PROCESS_ATTACH) g_module = module;
   if (reason == DLL_THREAD_DETACH) threadEnded(GetCurrentThreadId());
   return TRUE;

@@ -8,15 +8,15 @@
 #include <cstring>
 #include <cwchar>
 
-extern "C" int32_t TOV_ValidateHeapPtr(void *) {
+extern "C" int32_t TOV_ValidateHeapPtr(void *) noexcept {
   return 1;
 }
 
-extern "C" void *TOV_malloc(TOV_MemTag, size_t size) {
+extern "C" void *TOV_malloc(TOV_MemTag, size_t size) noexcept {
   return std::malloc(size);
 }
 
-extern "C" void *TOV_calloc(TOV_MemTag, size_t count, size_t size) {
+extern "C" void *TOV_calloc(TOV_MemTag, size_t count, size_t size) noexcept {
   size_t total;
   if (__builtin_mul_overflow(count, size, &total)) return nullptr;
   void *block = std::malloc(total);
@@ -24,22 +24,22 @@ extern "C" void *TOV_calloc(TOV_MemTag, size_t count, size_t size) {
   return block;
 }
 
-extern "C" void *TOV_realloc(TOV_MemTag, void *block, size_t size) {
+extern "C" void *TOV_realloc(TOV_MemTag, void *block, size_t size) noexcept {
   return std::realloc(block, size);
 }
 
-extern "C" void TOV_free(void *block) {
+extern "C" void TOV_free(void *block) noexcept {
   std::free(block);
 }
 
-extern "C" char *TOV_strdup(TOV_MemTag, const char *s) {
+extern "C" char *TOV_strdup(TOV_MemTag, const char *s) noexcept {
   const size_t n = std::strlen(s) + 1;
   auto *copy = static_cast<char *>(std::malloc(n));
   if (copy) std::memcpy(copy, s, n);
   return copy;
 }
 
-extern "C" wchar_t *TOV_wcsdup(TOV_MemTag, const wchar_t *w) {
+extern "C" wchar_t *TOV_wcsdup(TOV_MemTag, const wchar_t *w) noexcept {
   static_assert(sizeof(wchar_t) == 2);
   const size_t n = 2 * std::wcslen(w) + 2;
   auto *copy = static_cast<wchar_t *>(std::malloc(n));
@@ -47,7 +47,7 @@ extern "C" wchar_t *TOV_wcsdup(TOV_MemTag, const wchar_t *w) {
   return copy;
 }
 
-extern "C" uint8_t *TOV_align32(uint8_t *base, uint8_t *cursor, uint8_t *limit) {
+extern "C" uint8_t *TOV_align32(uint8_t *base, uint8_t *cursor, uint8_t *limit) noexcept {
   const uintptr_t pad = tov::alignPad(base, cursor, 4);
   // Compared as addresses, so that a null limit (address 0) refuses every
   // cursor and nothing is formed past the caller's buffer.
@@ -56,7 +56,7 @@ extern "C" uint8_t *TOV_align32(uint8_t *base, uint8_t *cursor, uint8_t *limit) 
   return cursor + pad;
 }
 
-extern "C" char *TOV_strnzcpy(char *destination, const char *source, size_t size) {
+extern "C" char *TOV_strnzcpy(char *destination, const char *source, size_t size) noexcept {
   destination[size - 1] = '\0';
   std::strncpy(destination, source, size - 1);
   return destination;

@@ -48,82 +48,82 @@ inline CRITICAL_SECTION *section(TOV_LMutexHandle h) {
 // ---- Events -----------------------------------------------------------------
 
 extern "C" TOV_Status TOV_EventCreate(const char *name, int32_t manualReset, int32_t initiallySet,
-                                      TOV_EventHandle *handleOut) {
+                                      TOV_EventHandle *handleOut) noexcept {
   TOV_FRAME(handleOut != nullptr);
   return created(CreateEventA(nullptr, manualReset != 0, initiallySet != 0, name), handleOut);
 }
 
-extern "C" TOV_Status TOV_EventDestroy(TOV_EventHandle *handle) {
+extern "C" TOV_Status TOV_EventDestroy(TOV_EventHandle *handle) noexcept {
   TOV_FRAME(handle != nullptr);
   return closeAndClear(handle);
 }
 
-extern "C" TOV_Status TOV_EventSet(TOV_EventHandle handle) {
+extern "C" TOV_Status TOV_EventSet(TOV_EventHandle handle) noexcept {
   return signalled(SetEvent(handle));
 }
 
-extern "C" TOV_Status TOV_EventReset(TOV_EventHandle handle) {
+extern "C" TOV_Status TOV_EventReset(TOV_EventHandle handle) noexcept {
   return signalled(ResetEvent(handle));
 }
 
-extern "C" TOV_Status TOV_EventPulse(TOV_EventHandle handle) {
+extern "C" TOV_Status TOV_EventPulse(TOV_EventHandle handle) noexcept {
   return signalled(PulseEvent(handle));
 }
 
-extern "C" TOV_Status TOV_EventWait(TOV_EventHandle handle, uint32_t timeoutMs) {
+extern "C" TOV_Status TOV_EventWait(TOV_EventHandle handle, uint32_t timeoutMs) noexcept {
   return waitResult(WaitForSingleObject(handle, timeoutMs));
 }
 
 // ---- Mutexes ----------------------------------------------------------------
 
-extern "C" TOV_Status TOV_MutexCreate(const char *name, TOV_MutexHandle *handleOut) {
+extern "C" TOV_Status TOV_MutexCreate(const char *name, TOV_MutexHandle *handleOut) noexcept {
   TOV_FRAME(handleOut != nullptr);
   return created(CreateMutexA(nullptr, FALSE, name), handleOut);
 }
 
-extern "C" TOV_Status TOV_MutexDestroy(TOV_MutexHandle *handle) {
+extern "C" TOV_Status TOV_MutexDestroy(TOV_MutexHandle *handle) noexcept {
   TOV_FRAME(handle != nullptr);
   return closeAndClear(handle);
 }
 
-extern "C" TOV_Status TOV_MutexAcquire(TOV_MutexHandle handle) {
+extern "C" TOV_Status TOV_MutexAcquire(TOV_MutexHandle handle) noexcept {
   return waitResult(WaitForSingleObject(handle, INFINITE));
 }
 
-extern "C" TOV_Status TOV_MutexTryAcquire(TOV_MutexHandle handle) {
+extern "C" TOV_Status TOV_MutexTryAcquire(TOV_MutexHandle handle) noexcept {
   return waitResult(WaitForSingleObject(handle, 0));
 }
 
-extern "C" TOV_Status TOV_MutexRelease(TOV_MutexHandle handle) {
+extern "C" TOV_Status TOV_MutexRelease(TOV_MutexHandle handle) noexcept {
   return signalled(ReleaseMutex(handle));
 }
 
 // ---- Semaphores -------------------------------------------------------------
 
 extern "C" TOV_Status TOV_SemCreate(const char *name, uint32_t initialCount, uint32_t maximumCount,
-                                    TOV_SemHandle *handleOut) {
+                                    TOV_SemHandle *handleOut) noexcept {
   TOV_FRAME(handleOut != nullptr && initialCount <= maximumCount);
   return created(CreateSemaphoreA(nullptr, static_cast<LONG>(initialCount),
                                   static_cast<LONG>(maximumCount), name),
                  handleOut);
 }
 
-extern "C" TOV_Status TOV_SemDestroy(TOV_SemHandle *handle) {
+extern "C" TOV_Status TOV_SemDestroy(TOV_SemHandle *handle) noexcept {
   TOV_FRAME(handle != nullptr);
   return closeAndClear(handle);
 }
 
-extern "C" TOV_Status TOV_SemAcquire(TOV_SemHandle handle, uint32_t timeoutMs) {
+extern "C" TOV_Status TOV_SemAcquire(TOV_SemHandle handle, uint32_t timeoutMs) noexcept {
   return waitResult(WaitForSingleObject(handle, timeoutMs));
 }
 
-extern "C" TOV_Status TOV_SemSignal(TOV_SemHandle handle, uint32_t count) {
+extern "C" TOV_Status TOV_SemSignal(TOV_SemHandle handle, uint32_t count) noexcept {
   return signalled(ReleaseSemaphore(handle, static_cast<LONG>(count), nullptr));
 }
 
 // ---- LMutexes ---------------------------------------------------------------
 
-extern "C" TOV_Status TOV_LMutexCreate(TOV_LMutexHandle *handleOut, uint32_t spinCount) {
+extern "C" TOV_Status TOV_LMutexCreate(TOV_LMutexHandle *handleOut, uint32_t spinCount) noexcept {
   TOV_FRAME(handleOut != nullptr);
   auto *cs = static_cast<CRITICAL_SECTION *>(TOV_malloc(libTag(), sizeof(CRITICAL_SECTION)));
   if (!cs) return TOV_ERR_NO_MEMORY;
@@ -135,7 +135,7 @@ extern "C" TOV_Status TOV_LMutexCreate(TOV_LMutexHandle *handleOut, uint32_t spi
   return TOV_OK;
 }
 
-extern "C" TOV_Status TOV_LMutexDestroy(TOV_LMutexHandle *handle) {
+extern "C" TOV_Status TOV_LMutexDestroy(TOV_LMutexHandle *handle) noexcept {
   TOV_FRAME(handle != nullptr);
   CRITICAL_SECTION *cs = section(*handle);
   *handle = nullptr;
@@ -146,17 +146,17 @@ extern "C" TOV_Status TOV_LMutexDestroy(TOV_LMutexHandle *handle) {
   return TOV_OK;
 }
 
-extern "C" TOV_Status TOV_LMutexAcquire(TOV_LMutexHandle handle) {
+extern "C" TOV_Status TOV_LMutexAcquire(TOV_LMutexHandle handle) noexcept {
   if (!handle) return TOV_ERR_INVALID_HANDLE;
   EnterCriticalSection(section(handle));
   return TOV_OK;
 }
 
-extern "C" TOV_Status TOV_LMutexTryAcquire(TOV_LMutexHandle handle) {
+extern "C" TOV_Status TOV_LMutexTryAcquire(TOV_LMutexHandle handle) noexcept {
   return TryEnterCriticalSection(section(handle)) ? TOV_OK : TOV_ERR_TIMEOUT;
 }
 
-extern "C" TOV_Status TOV_LMutexRelease(TOV_LMutexHandle handle) {
+extern "C" TOV_Status TOV_LMutexRelease(TOV_LMutexHandle handle) noexcept {
   LeaveCriticalSection(section(handle));
   return TOV_OK;
 }

@@ -140,7 +140,7 @@ using namespace tov;
 // ---- Threads ----------------------------------------------------------------
 
 extern "C" TOV_Status TOV_ThreadCreate(TOV_ThreadRoutine routine, void *argument,
-                                       uint32_t stackSize, TOV_ThreadHandle *handleOut) {
+                                       uint32_t stackSize, TOV_ThreadHandle *handleOut) noexcept {
   TOV_FRAME(routine != nullptr);
   UniqueBlock<ThreadRecord> record(
       handleOut ? static_cast<ThreadRecord *>(TOV_malloc(libTag(), sizeof(ThreadRecord)))
@@ -161,7 +161,7 @@ extern "C" TOV_Status TOV_ThreadCreate(TOV_ThreadRoutine routine, void *argument
   return TOV_OK;
 }
 
-extern "C" TOV_Status TOV_ThreadDestroy(TOV_ThreadHandle *handle) {
+extern "C" TOV_Status TOV_ThreadDestroy(TOV_ThreadHandle *handle) noexcept {
   TOV_FRAME(handle != nullptr);
   ThreadRecord *record = threadRecord(*handle);
   if (!record) return TOV_ERR_INVALID_HANDLE;
@@ -171,12 +171,13 @@ extern "C" TOV_Status TOV_ThreadDestroy(TOV_ThreadHandle *handle) {
   return status;
 }
 
-extern "C" TOV_Status TOV_ThreadWait(TOV_ThreadHandle handle, uint32_t timeoutMs) {
+extern "C" TOV_Status TOV_ThreadWait(TOV_ThreadHandle handle, uint32_t timeoutMs) noexcept {
   TOV_FRAME(handle != nullptr);
   return waitResult(WaitForSingleObject(threadRecord(handle)->handle, timeoutMs));
 }
 
-extern "C" TOV_Status TOV_ThreadGetExitCode(TOV_ThreadHandle handle, uint32_t *exitCodeOut) {
+extern "C" TOV_Status TOV_ThreadGetExitCode(TOV_ThreadHandle handle,
+                                            uint32_t *exitCodeOut) noexcept {
   TOV_FRAME(handle != nullptr && exitCodeOut != nullptr);
   DWORD code;
   if (!GetExitCodeThread(threadRecord(handle)->handle, &code)) return MapLastSystemError();
@@ -185,23 +186,23 @@ extern "C" TOV_Status TOV_ThreadGetExitCode(TOV_ThreadHandle handle, uint32_t *e
   return TOV_OK;
 }
 
-extern "C" TOV_Status TOV_ThreadGetID(TOV_ThreadHandle handle, uint64_t *idOut) {
+extern "C" TOV_Status TOV_ThreadGetID(TOV_ThreadHandle handle, uint64_t *idOut) noexcept {
   TOV_FRAME(handle != nullptr && idOut != nullptr);
   *idOut = threadRecord(handle)->id;
   return TOV_OK;
 }
 
-extern "C" uint64_t TOV_ThreadGetCurrentID(void) {
+extern "C" uint64_t TOV_ThreadGetCurrentID(void) noexcept {
   return GetCurrentThreadId();
 }
 
-extern "C" void TOV_ThreadExit(uint32_t exitCode) {
+extern "C" void TOV_ThreadExit(uint32_t exitCode) noexcept {
   _endthreadex(exitCode);
 }
 
 // ---- Description stacks -----------------------------------------------------
 
-extern "C" TOV_Status TOV_ThreadPushDescriptionPtr(void *value) {
+extern "C" TOV_Status TOV_ThreadPushDescriptionPtr(void *value) noexcept {
   const DWORD slot = descriptionSlot();
   if (slot == TLS_OUT_OF_INDEXES) return MapLastSystemError();
 
@@ -235,7 +236,7 @@ extern "C" TOV_Status TOV_ThreadPushDescriptionPtr(void *value) {
   return TOV_OK;
 }
 
-extern "C" TOV_Status TOV_ThreadPopDescriptionPtr(void) {
+extern "C" TOV_Status TOV_ThreadPopDescriptionPtr(void) noexcept {
   const DWORD slot = currentSlot();
   if (slot == TLS_OUT_OF_INDEXES) return TOV_ERR_NOT_FOUND;
   DescRecord *record = ownRecord(slot);
@@ -247,7 +248,7 @@ extern "C" TOV_Status TOV_ThreadPopDescriptionPtr(void) {
 }
 
 extern "C" TOV_Status TOV_ThreadGetDescriptionPtrs(uint64_t threadId, void **buffer,
-                                                   uint32_t *count) {
+                                                   uint32_t *count) noexcept {
   TOV_FRAME(count != nullptr && (buffer != nullptr || *count == 0));
   const DWORD slot = currentSlot();
   if (slot == TLS_OUT_OF_INDEXES) {
@@ -271,7 +272,7 @@ extern "C" TOV_Status TOV_ThreadGetDescriptionPtrs(uint64_t threadId, void **buf
 
 // ---- Thread-local storage ---------------------------------------------------
 
-extern "C" TOV_Status TOV_TLSCreate(uint64_t *keyOut) {
+extern "C" TOV_Status TOV_TLSCreate(uint64_t *keyOut) noexcept {
   TOV_FRAME(keyOut != nullptr);
   const DWORD key = TlsAlloc();
   if (key == TLS_OUT_OF_INDEXES) return MapLastSystemError();
@@ -279,13 +280,13 @@ extern "C" TOV_Status TOV_TLSCreate(uint64_t *keyOut) {
   return TOV_OK;
 }
 
-extern "C" TOV_Status TOV_TLSDestroy(uint64_t *key) {
+extern "C" TOV_Status TOV_TLSDestroy(uint64_t *key) noexcept {
   const TOV_Status status = TlsFree(static_cast<DWORD>(*key)) ? TOV_OK : MapLastSystemError();
   *key = 0;
   return status;
 }
 
-extern "C" TOV_Status TOV_TLSGetValue(uint64_t key, void **valueOut) {
+extern "C" TOV_Status TOV_TLSGetValue(uint64_t key, void **valueOut) noexcept {
   void *value = TlsGetValue(static_cast<DWORD>(key));
   if (!value) {
     // Null is a value like any other when the platform says all went well.
@@ -296,6 +297,6 @@ extern "C" TOV_Status TOV_TLSGetValue(uint64_t key, void **valueOut) {
   return TOV_OK;
 }
 
-extern "C" TOV_Status TOV_TLSSetValue(uint64_t key, void *value) {
+extern "C" TOV_Status TOV_TLSSetValue(uint64_t key, void *value) noexcept {
   return TlsSetValue(static_cast<DWORD>(key), value) ? TOV_OK : MapLastSystemError();
 }
