@@ -3,8 +3,9 @@
 // information by handle or by name. The library keeps no state per file.
 #include "fs/file.h"
 
-#include "frame/lifecycle.h"
 #include "frame/errors.h"
+#include "frame/handle.h"
+#include "frame/lifecycle.h"
 
 #include <windows.h>
 
@@ -110,9 +111,7 @@ extern "C" TOV_Status TOV_FileOpen(const char *path, uint32_t openFlags, uint32_
 
 extern "C" TOV_Status TOV_FileClose(TOV_FileHandle *file) noexcept {
   TOV_FRAME(file != nullptr);
-  const TOV_Status status = CloseHandle(*file) ? TOV_OK : tov::MapLastSystemError();
-  *file = nullptr;
-  return status;
+  return tov::closeAndClear<tov::Holds::PlatformHandle>(file, tov::closeKernelHandle);
 }
 
 extern "C" TOV_Status TOV_FileCommit(TOV_FileHandle file) noexcept {

@@ -4,9 +4,9 @@
 // variable, and a time-out comes back as the raw wait time-out number.
 #include "net/socket.h"
 
-#include "frame/lifecycle.h"
 #include "frame/errors.h"
 #include "frame/handle.h"
+#include "frame/lifecycle.h"
 
 #include <winsock2.h>
 #include <windows.h>
@@ -33,12 +33,8 @@ extern "C" TOV_Status TOV_IOCPortCreate(uint32_t concurrency, TOV_IOCPort **port
 
 extern "C" TOV_Status TOV_IOCPortDestroy(TOV_IOCPort **port) noexcept {
   TOV_FRAME(port != nullptr);
-  TOV_IOCPort *obj = *port;
-  if (!obj) return TOV_ERR_INVALID_HANDLE; // already destroyed: nothing to close
-  const TOV_Status status = CloseHandle(obj->port) ? TOV_OK : tov::MapLastSystemError();
-  TOV_free(obj);
-  *port = nullptr;
-  return status;
+  return tov::closeAndClear<tov::Holds::Record>(
+      port, [](TOV_IOCPort *obj) { return tov::closeKernelHandle(obj->port); });
 }
 
 extern "C" TOV_Status TOV_IOCPortAssociate(TOV_IOCPort *port, TOV_Skt *socket,

@@ -3,9 +3,9 @@
 // completion ports; a call the system leaves pending counts as success.
 #include "net/socket.h"
 
-#include "frame/lifecycle.h"
 #include "frame/errors.h"
 #include "frame/handle.h"
+#include "frame/lifecycle.h"
 
 #include <winsock2.h>
 #include <windows.h>
@@ -45,12 +45,9 @@ extern "C" TOV_Status TOV_SktCreate(int32_t family, int32_t type, int32_t protoc
 
 extern "C" TOV_Status TOV_SktDestroy(TOV_Skt **socket) noexcept {
   TOV_FRAME(socket != nullptr);
-  TOV_Skt *skt = *socket;
-  if (!skt) return TOV_ERR_INVALID_HANDLE; // already destroyed: nothing to close
-  const TOV_Status status = closesocket(skt->sock) == 0 ? TOV_OK : tov::MapWSALastError();
-  TOV_free(skt);
-  *socket = nullptr;
-  return status;
+  return tov::closeAndClear<tov::Holds::Record>(socket, [](TOV_Skt *skt) {
+    return closesocket(skt->sock) == 0 ? TOV_OK : tov::MapWSALastError();
+  });
 }
 
 extern "C" TOV_Status TOV_SktBind(TOV_Skt *skt, const sockaddr *address,

@@ -2,41 +2,39 @@
 // objects, handed out as their own handles; an LMutex is a critical section in
 // a library block.
 #include "frame/dynlib.h"
-#include "frame/lifecycle.h"
 #include "frame/errors.h"
+#include "frame/handle.h"
+#include "frame/lifecycle.h"
 #include "wait.h"
 
 #include <windows.h>
-
-using namespace tov;
 
 namespace {
 
 // The create rule of the named objects: no handle → the mapped error, nothing
 // written; a handle → written, TOV_ERR_ALREADY_EXISTS when the name existed.
 TOV_Status created(HANDLE h, void **handleOut) {
-  if (!h) return MapLastSystemError();
+  if (!h) return tov::MapLastSystemError();
   const DWORD error = GetLastError();
   *handleOut = h;
   return error == ERROR_ALREADY_EXISTS ? TOV_ERR_ALREADY_EXISTS : TOV_OK;
 }
 
-// The destroy rule: close, clear the variable whatever happened, report.
-TOV_Status closeAndClear(void **handle) {
-  const TOV_Status status = CloseHandle(*handle) ? TOV_OK : MapLastSystemError();
-  *handle = nullptr;
-  return status;
+// A variable already cleared reaches CloseHandle as null, which refuses it:
+// TOV_ERR_INVALID_HANDLE.
+TOV_Status destroy(void **handle) noexcept {
+  return tov::closeAndClear<tov::Holds::PlatformHandle>(handle, tov::closeKernelHandle);
 }
 
 inline TOV_Status signalled(BOOL ok) {
-  return ok ? TOV_OK : MapLastSystemError();
+  return ok ? TOV_OK : tov::MapLastSystemError();
 }
 
 // The spin-count initialiser is looked up once per process in the resident
 // kernel module and never forgotten.
 using InitSpinFn = BOOL WINAPI(LPCRITICAL_SECTION, DWORD);
-constinit DynLibrary g_kernel32{"Kernel32.dll", DynLibraryBase::Load::Resident,
-                                "InitializeCriticalSectionAndSpinCount"};
+constinit tov::DynLibrary g_kernel32{"Kernel32.dll", tov::DynLibraryBase::Load::Resident,
+                                     "InitializeCriticalSectionAndSpinCount"};
 constexpr size_t kInitSpin = 0;
 
 inline CRITICAL_SECTION *section(TOV_LMutexHandle h) {
@@ -55,7 +53,7 @@ extern "C" TOV_Status TOV_EventCreate(const char *name, int32_t manualReset, int
 
 extern "C" TOV_Status TOV_EventDestroy(TOV_EventHandle *handle) noexcept {
   TOV_FRAME(handle != nullptr);
-  return closeAndClear(handle);
+  return destroy(handle);
 }
 
 extern "C" TOV_Status TOV_EventSet(TOV_EventHandle handle) noexcept {
@@ -71,7 +69,7 @@ extern "C" TOV_Status TOV_EventPulse(TOV_EventHandle handle) noexcept {
 }
 
 extern "C" TOV_Status TOV_EventWait(TOV_EventHandle handle, uint32_t timeoutMs) noexcept {
-  return waitResult(WaitForSingleObject(handle, timeoutMs));
+  return tov::waitResult(WaitForSingleObject(handle, timeoutMs));
 }
 
 // ---- Mutexes ----------------------------------------------------------------
@@ -83,15 +81,15 @@ extern "C" TOV_Status TOV_MutexCreate(const char *name, TOV_MutexHandle *handleO
 
 extern "C" TOV_Status TOV_MutexDestroy(TOV_MutexHandle *handle) noexcept {
   TOV_FRAME(handle != nullptr);
-  return closeAndClear(handle);
+  return destroy(handle);
 }
 
 extern "C" TOV_Status TOV_MutexAcquire(TOV_MutexHandle handle) noexcept {
-  return waitResult(WaitForSingleObject(handle, INFINITE));
+  return tov::waitResult(WaitForSingleObject(handle, INFINITE));
 }
 
 extern "C" TOV_Status TOV_MutexTryAcquire(TOV_MutexHandle handle) noexcept {
-  return waitResult(WaitForSingleObject(handle, 0));
+  return tov::waitResult(WaitForSingleObject(handle, 0));
 }
 
 extern "C" TOV_Status TOV_MutexRelease(TOV_MutexHandle handle) noexcept {
@@ -110,11 +108,11 @@ extern "C" TOV_Status TOV_SemCreate(const char *name, uint32_t initialCount, uin
 
 extern "C" TOV_Status TOV_SemDestroy(TOV_SemHandle *handle) noexcept {
   TOV_FRAME(handle != nullptr);
-  return closeAndClear(handle);
+  return destroy(handle);
 }
 
 extern "C" TOV_Status TOV_SemAcquire(TOV_SemHandle handle, uint32_t timeoutMs) noexcept {
-  return waitResult(WaitForSingleObject(handle, timeoutMs));
+  return tov::waitResult(WaitForSingleObject(handle, timeoutMs));
 }
 
 extern "C" TOV_Status TOV_SemSignal(TOV_SemHandle handle, uint32_t count) noexcept {
@@ -125,7 +123,7 @@ extern "C" TOV_Status TOV_SemSignal(TOV_SemHandle handle, uint32_t count) noexce
 
 extern "C" TOV_Status TOV_LMutexCreate(TOV_LMutexHandle *handleOut, uint32_t spinCount) noexcept {
   TOV_FRAME(handleOut != nullptr);
-  auto *cs = static_cast<CRITICAL_SECTION *>(TOV_malloc(libTag(), sizeof(CRITICAL_SECTION)));
+  auto *cs = static_cast<CRITICAL_SECTION *>(TOV_malloc(tov::libTag(), sizeof(CRITICAL_SECTION)));
   if (!cs) return TOV_ERR_NO_MEMORY;
   // Without the spin-count initialiser, or when it fails, the lock simply
   // has no spin count.

@@ -9,9 +9,9 @@
 // thread-end hook under it), never the other way round.
 #include "thread.h"
 
-#include "frame/lifecycle.h"
 #include "frame/errors.h"
 #include "frame/handle.h"
+#include "frame/lifecycle.h"
 #include "wait.h"
 
 #include <windows.h>
@@ -135,21 +135,19 @@ void descriptionCleanup() noexcept {
 
 } // namespace tov
 
-using namespace tov;
-
 // ---- Threads ----------------------------------------------------------------
 
 extern "C" TOV_Status TOV_ThreadCreate(TOV_ThreadRoutine routine, void *argument,
                                        uint32_t stackSize, TOV_ThreadHandle *handleOut) noexcept {
   TOV_FRAME(routine != nullptr);
-  UniqueBlock<ThreadRecord> record(
-      handleOut ? static_cast<ThreadRecord *>(TOV_malloc(libTag(), sizeof(ThreadRecord)))
+  tov::UniqueBlock<ThreadRecord> record(
+      handleOut ? static_cast<ThreadRecord *>(TOV_malloc(tov::libTag(), sizeof(ThreadRecord)))
                 : nullptr);
   if (handleOut && !record) return TOV_ERR_NO_MEMORY;
 
   unsigned id = 0;
   const uintptr_t started = _beginthreadex(nullptr, stackSize, routine, argument, 0, &id);
-  if (started == 0) return Map_errno();
+  if (started == 0) return tov::Map_errno();
   const auto handle = reinterpret_cast<HANDLE>(started);
   if (!handleOut) {
     CloseHandle(handle); // detached: nobody waits for it
@@ -163,24 +161,20 @@ extern "C" TOV_Status TOV_ThreadCreate(TOV_ThreadRoutine routine, void *argument
 
 extern "C" TOV_Status TOV_ThreadDestroy(TOV_ThreadHandle *handle) noexcept {
   TOV_FRAME(handle != nullptr);
-  ThreadRecord *record = threadRecord(*handle);
-  if (!record) return TOV_ERR_INVALID_HANDLE;
-  const TOV_Status status = CloseHandle(record->handle) ? TOV_OK : MapLastSystemError();
-  TOV_free(record);
-  *handle = nullptr;
-  return status;
+  return tov::closeAndClear<tov::Holds::Record>(
+      handle, [](void *record) { return tov::closeKernelHandle(threadRecord(record)->handle); });
 }
 
 extern "C" TOV_Status TOV_ThreadWait(TOV_ThreadHandle handle, uint32_t timeoutMs) noexcept {
   TOV_FRAME(handle != nullptr);
-  return waitResult(WaitForSingleObject(threadRecord(handle)->handle, timeoutMs));
+  return tov::waitResult(WaitForSingleObject(threadRecord(handle)->handle, timeoutMs));
 }
 
 extern "C" TOV_Status TOV_ThreadGetExitCode(TOV_ThreadHandle handle,
                                             uint32_t *exitCodeOut) noexcept {
   TOV_FRAME(handle != nullptr && exitCodeOut != nullptr);
   DWORD code;
-  if (!GetExitCodeThread(threadRecord(handle)->handle, &code)) return MapLastSystemError();
+  if (!GetExitCodeThread(threadRecord(handle)->handle, &code)) return tov::MapLastSystemError();
   if (code == STILL_ACTIVE) return TOV_ERR_STILL_RUNNING;
   *exitCodeOut = code;
   return TOV_OK;
@@ -204,14 +198,14 @@ extern "C" void TOV_ThreadExit(uint32_t exitCode) noexcept {
 
 extern "C" TOV_Status TOV_ThreadPushDescriptionPtr(void *value) noexcept {
   const DWORD slot = descriptionSlot();
-  if (slot == TLS_OUT_OF_INDEXES) return MapLastSystemError();
+  if (slot == TLS_OUT_OF_INDEXES) return tov::MapLastSystemError();
 
   DescRecord *record = ownRecord(slot);
   if (!record) {
-    record = static_cast<DescRecord *>(TOV_calloc(libTag(), 1, sizeof(DescRecord)));
+    record = static_cast<DescRecord *>(TOV_calloc(tov::libTag(), 1, sizeof(DescRecord)));
     if (!record) return TOV_ERR_NO_MEMORY;
     if (!TlsSetValue(slot, record)) {
-      const TOV_Status status = MapLastSystemError();
+      const TOV_Status status = tov::MapLastSystemError();
       TOV_free(record);
       return status;
     }
@@ -226,7 +220,7 @@ extern "C" TOV_Status TOV_ThreadPushDescriptionPtr(void *value) noexcept {
     const size_t old = static_cast<size_t>(record->capacityEnd - record->base);
     const size_t capacity = old ? 2 * old : kFirstCapacity;
     auto *grown =
-        static_cast<void **>(TOV_realloc(libTag(), record->base, capacity * sizeof(void *)));
+        static_cast<void **>(TOV_realloc(tov::libTag(), record->base, capacity * sizeof(void *)));
     if (!grown) return TOV_ERR_NO_MEMORY;
     record->base = grown;
     record->capacityEnd = grown + capacity;
@@ -275,13 +269,13 @@ extern "C" TOV_Status TOV_ThreadGetDescriptionPtrs(uint64_t threadId, void **buf
 extern "C" TOV_Status TOV_TLSCreate(uint64_t *keyOut) noexcept {
   TOV_FRAME(keyOut != nullptr);
   const DWORD key = TlsAlloc();
-  if (key == TLS_OUT_OF_INDEXES) return MapLastSystemError();
+  if (key == TLS_OUT_OF_INDEXES) return tov::MapLastSystemError();
   *keyOut = key;
   return TOV_OK;
 }
 
 extern "C" TOV_Status TOV_TLSDestroy(uint64_t *key) noexcept {
-  const TOV_Status status = TlsFree(static_cast<DWORD>(*key)) ? TOV_OK : MapLastSystemError();
+  const TOV_Status status = TlsFree(static_cast<DWORD>(*key)) ? TOV_OK : tov::MapLastSystemError();
   *key = 0;
   return status;
 }
@@ -291,12 +285,12 @@ extern "C" TOV_Status TOV_TLSGetValue(uint64_t key, void **valueOut) noexcept {
   if (!value) {
     // Null is a value like any other when the platform says all went well.
     const DWORD error = GetLastError();
-    if (error != ERROR_SUCCESS) return MapSystemError(error);
+    if (error != ERROR_SUCCESS) return tov::MapSystemError(error);
   }
   *valueOut = value;
   return TOV_OK;
 }
 
 extern "C" TOV_Status TOV_TLSSetValue(uint64_t key, void *value) noexcept {
-  return TlsSetValue(static_cast<DWORD>(key), value) ? TOV_OK : MapLastSystemError();
+  return TlsSetValue(static_cast<DWORD>(key), value) ? TOV_OK : tov::MapLastSystemError();
 }
