@@ -3,10 +3,11 @@
 // Description stacks: one thread-local slot, shared by all threads, points at
 // the calling thread's record; every record is also linked into one list so
 // that any thread can find any other thread's stack by id. The list's spin
-// lock guards the links; each record's spin lock guards its array. Lock order:
-// the list lock may be held while a record lock is taken (a reader keeps the
-// list lock through its copy, so the record it copies cannot be freed by the
-// thread-end hook under it), never the other way round.
+// lock guards the links and the holder counts; each record's spin lock guards
+// its array. The two are never held together, and the thread-end hook, which
+// runs under the loader lock, takes only the list lock. A reader never writes
+// the caller's memory under the list lock: a fault there (in a host that
+// survives it) would leave the lock held and hang every later thread end.
 #include "thread.h"
 
 #include "frame/errors.h"
@@ -17,6 +18,8 @@
 #include <windows.h>
 
 #include <process.h>
+
+#include <cstring>
 
 namespace {
 
@@ -32,6 +35,9 @@ struct DescRecord {
   void **capacityEnd;
   void **top;
   void **base;
+  // The list's link plus each reader copying the record, guarded by the list
+  // lock: the last to let go frees the record.
+  uint32_t holders;
 };
 
 constexpr size_t kFirstCapacity = 16;
@@ -83,15 +89,36 @@ void freeRecord(DescRecord *record) {
   TOV_free(record);
 }
 
+// Drops one holder of a record; the last one frees it, after the list lock.
+void letGo(DescRecord *record) {
+  bool last;
+  {
+    SpinGuard guard(&g_listLock);
+    last = --record->holders == 0;
+  }
+  if (last) freeRecord(record);
+}
+
+// Entries that a read copies on its own stack first, so that it writes the
+// caller's buffer with no lock held. A deeper copy goes to the buffer under
+// the record's lock, which only the owner's push and pop take.
+constexpr uint32_t kLocalEntries = 64;
+
 // Copies record's stack newest first into buffer[0..*count) and sets *count
 // to the depth.
 TOV_Status copyStack(DescRecord *record, void **buffer, uint32_t *count) {
   const uint32_t room = *count;
-  SpinGuard guard(&record->lock);
-  const auto depth = static_cast<uint32_t>(record->top - record->base);
+  void *local[kLocalEntries];
+  uint32_t depth, n;
+  {
+    SpinGuard guard(&record->lock);
+    depth = static_cast<uint32_t>(record->top - record->base);
+    n = room < depth ? room : depth;
+    void **to = n <= kLocalEntries ? local : buffer;
+    for (uint32_t i = 0; i < n; ++i) to[i] = record->top[-1 - static_cast<ptrdiff_t>(i)];
+  }
+  if (n != 0 && n <= kLocalEntries) std::memcpy(buffer, local, n * sizeof *local);
   *count = depth;
-  const uint32_t n = room < depth ? room : depth;
-  for (uint32_t i = 0; i < n; ++i) buffer[i] = record->top[-1 - static_cast<ptrdiff_t>(i)];
   return room < depth ? TOV_ERR_BUFFER_TOO_SMALL : TOV_OK;
 }
 
@@ -109,11 +136,15 @@ void threadEnded(uint64_t threadId) noexcept {
   {
     SpinGuard guard(&g_listLock);
     for (DescRecord **link = &g_list; *link; link = &(*link)->next) {
-      if ((*link)->threadId == threadId) {
-        found = *link;
-        __atomic_store_n(link, found->next, __ATOMIC_RELEASE);
-        break;
-      }
+      if ((*link)->threadId != threadId) continue;
+      found = *link;
+      __atomic_store_n(link, found->next, __ATOMIC_RELEASE);
+      // This is the ending thread: code that runs on it later (the detach
+      // handler of a library initialised before tov, a TLS callback) finds
+      // no record instead of freed memory.
+      TlsSetValue(currentSlot(), nullptr);
+      if (--found->holders != 0) found = nullptr; // a reader frees it
+      break;
     }
   }
   if (found) freeRecord(found);
@@ -210,6 +241,7 @@ extern "C" TOV_Status TOV_ThreadPushDescriptionPtr(void *value) noexcept {
       return status;
     }
     record->threadId = GetCurrentThreadId();
+    record->holders = 1;
     SpinGuard guard(&g_listLock);
     record->next = g_list;
     __atomic_store_n(&g_list, record, __ATOMIC_RELEASE);
@@ -255,13 +287,21 @@ extern "C" TOV_Status TOV_ThreadGetDescriptionPtrs(uint64_t threadId, void **buf
     *count = 0;
     return TOV_OK;
   }
-  // The list lock stays held through the copy: the thread-end hook cannot
-  // free the record while it is being read.
-  SpinGuard guard(&g_listLock);
-  for (DescRecord *record = g_list; record; record = record->next)
-    if (record->threadId == threadId) return copyStack(record, buffer, count);
-  *count = 0;
-  return TOV_OK;
+  // Held while it is copied, so that the thread-end hook cannot free it then.
+  DescRecord *record;
+  {
+    SpinGuard guard(&g_listLock);
+    record = g_list;
+    while (record && record->threadId != threadId) record = record->next;
+    if (record) ++record->holders;
+  }
+  if (!record) {
+    *count = 0;
+    return TOV_OK;
+  }
+  const TOV_Status status = copyStack(record, buffer, count);
+  letGo(record);
+  return status;
 }
 
 // ---- Thread-local storage ---------------------------------------------------

@@ -1,3 +1,4 @@
+#include "support.h"
 #include "tov.h"
 
 #include <gtest/gtest.h>
@@ -9,6 +10,10 @@
 #include <future>
 #include <thread>
 #include <vector>
+
+// detach_probe.dll: watches one thread and records what its thread-detach
+// handler, which runs after tov's, finds on it.
+extern "C" __declspec(dllimport) const int32_t *detachProbe(uint32_t threadId);
 
 using Stack = std::vector<void *>; // a description stack, newest first
 // The status codes of calls listed in braces, which run in the order written.
@@ -207,6 +212,51 @@ TEST_F(Started, ConcurrentReadersAndEndingPushers) {
   EXPECT_TRUE(torn == 0 && nonEmpty > 0 && ended > 100 && heapInUse() < heapBefore + 64 * 1024)
       << torn << " torn, " << nonEmpty << " copies, " << ended << " threads ended";
   for (auto &id : ids) EXPECT_EQ(stackOf(id), Stack{});
+}
+
+// Once the thread-end hook has run, the ending thread has no record: a
+// detach handler that runs on it later finds nothing to pop or read, and a
+// push there starts a fresh stack (kept until clean-up).
+TEST_F(Started, DetachHandlersAfterTheEndHookFindNoRecord) {
+  const int32_t *seen = nullptr;
+  std::thread([&] {
+    for (uintptr_t v : {1, 2}) ASSERT_EQ(TOV_ThreadPushDescriptionPtr(ptr(v)), TOV_OK);
+    seen = detachProbe(GetCurrentThreadId());
+  }).join(); // the detach handlers have run when the thread is signalled
+  EXPECT_EQ(Codes(seen, seen + 7),
+            Codes({TOV_ERR_NOT_FOUND, TOV_OK, 0, TOV_OK, TOV_ERR_BUFFER_TOO_SMALL, 1, TOV_OK}));
+}
+
+// A host that survives an access violation by ending the faulting thread. A
+// read that faults on the caller's buffer holds no lock that the thread-end
+// hook takes, so that thread and the next one end. (With the loader lock
+// wedged a normal exit would hang too: the child is ended outright then.)
+TOV_TEST_CHILD(reader_faults) {
+  TOV_Startup(nullptr, 0, nullptr, nullptr);
+  AddVectoredExceptionHandler(1, [](EXCEPTION_POINTERS *ep) -> LONG {
+    if (ep->ExceptionRecord->ExceptionCode == EXCEPTION_ACCESS_VIOLATION) ExitThread(7);
+    return EXCEPTION_CONTINUE_SEARCH;
+  });
+  const LPTHREAD_START_ROUTINE reader = [](void *noAccess) -> DWORD {
+    uint32_t room = 1;
+    TOV_ThreadPushDescriptionPtr(nullptr);
+    return TOV_ThreadGetDescriptionPtrs(TOV_ThreadGetCurrentID(), static_cast<void **>(noAccess),
+                                        &room);
+  };
+  void *page = VirtualAlloc(nullptr, 4096, MEM_COMMIT | MEM_RESERVE, PAGE_NOACCESS);
+  HANDLE faulting = CreateThread(nullptr, 0, reader, page, 0, nullptr);
+  DWORD code = 0;
+  if (WaitForSingleObject(faulting, 10000) == WAIT_OBJECT_0 &&
+      WaitForSingleObject(CreateThread(nullptr, 0, reader, nullptr, 0, nullptr), 10000) ==
+          WAIT_OBJECT_0 &&
+      GetExitCodeThread(faulting, &code))
+    return static_cast<int>(code); // 7: ended by the handler
+  TerminateProcess(GetCurrentProcess(), 99);
+  return 99;
+}
+
+TEST(SyncFault, AReaderFaultingOnItsBufferWedgesNoThreadEnd) {
+  EXPECT_EQ(tovtest::runChild("reader_faults", {}, ".").exitCode, 7u);
 }
 
 // A thread with a handle: still running (nothing written), then its id and
