@@ -38,6 +38,13 @@ template <uint64_t W> inline bool fitsFixed(const uint8_t *cursor, const uint8_t
   return !limit || room >= static_cast<intptr_t>(W);
 }
 
+// The test of the one-byte calls: room while the cursor lies below the
+// limit, compared as addresses (so a limit at the top of the address space
+// leaves room for all below it, as it does for the data calls).
+inline bool fitsByte(const uint8_t *cursor, const uint8_t *limit) {
+  return !limit || reinterpret_cast<uintptr_t>(cursor) < reinterpret_cast<uintptr_t>(limit);
+}
+
 template <typename T, Order O>
 inline TOV_Status getInt(uint8_t **cursor, uint8_t *limit, T *value) {
   uint8_t *c = *cursor;
@@ -101,7 +108,9 @@ inline void unitsFromBuffer(wchar_t *to, const uint8_t *from, uint64_t count) {
 // ---- Reading ----------------------------------------------------------------
 
 extern "C" TOV_Status TOV_BufGetByte(uint8_t **cursor, uint8_t *limit, uint8_t *value) noexcept {
-  return getInt<uint8_t, Order::Natv>(cursor, limit, value);
+  if (!fitsByte(*cursor, limit)) return TOV_ERR_BUFFER_END;
+  *value = *(*cursor)++;
+  return TOV_OK;
 }
 
 extern "C" TOV_Status TOV_BufGetData(uint8_t **cursor, uint8_t *limit, uint64_t length,
@@ -157,7 +166,9 @@ extern "C" TOV_Status TOV_BufGetAlign64(uint8_t **cursor, uint8_t *limit,
 // ---- Writing ----------------------------------------------------------------
 
 extern "C" TOV_Status TOV_BufPutByte(uint8_t **cursor, uint8_t *limit, uint8_t value) noexcept {
-  return putInt<uint8_t, Order::Natv>(cursor, limit, value);
+  if (!fitsByte(*cursor, limit)) return TOV_ERR_BUFFER_TOO_SMALL;
+  *(*cursor)++ = value;
+  return TOV_OK;
 }
 
 extern "C" TOV_Status TOV_BufPutData(uint8_t **cursor, uint8_t *limit, uint64_t length,

@@ -120,6 +120,20 @@ TEST(Buf, RoomTestEdges) {
   EXPECT_EQ(G(64).all, g.all);
 }
 
+// A limit at the top of the address space leaves room for all below it: the
+// one-byte calls compare cursor and limit as addresses, as the data calls do.
+TEST(Buf, LimitAtTheTopOfTheAddressSpace) {
+  G g(2, {0x5A});
+  const P top = P(~uintptr_t{0});
+  P c = g.begin();
+  uint8_t got = 0;
+  EXPECT_EQ(TOV_OK, TOV_BufGetByte(&c, top, &got));
+  EXPECT_EQ(TOV_OK, TOV_BufPutByte(&c, top, 0x77));
+  EXPECT_EQ(TOV_OK, TOV_BufGetData(&c, top, 0, &got));
+  EXPECT_EQ(std::make_tuple(c, got), std::make_tuple(g.begin() + 2, uint8_t{0x5A}));
+  EXPECT_EQ(G(2, {0x5A, 0x77}).all, g.all);
+}
+
 // Reading prefixed items. GetSizedData hands out a pointer into the buffer,
 // and the announced count even when the item does not fit (not when the
 // prefix is cut short). GetUniStr judges the destination's size before the
