@@ -13,7 +13,11 @@ namespace {
 
 // The create rule of the named objects: no handle → the mapped error, nothing
 // written; a handle → written, TOV_ERR_ALREADY_EXISTS when the name existed.
-TOV_Status created(HANDLE h, void **handleOut) {
+// Only the create itself may say so: the error is cleared just before it, so
+// that a value left from earlier (by a hook, say) cannot.
+template <typename Create> TOV_Status created(void **handleOut, Create create) {
+  SetLastError(ERROR_SUCCESS);
+  const HANDLE h = create();
   if (!h) return tov::MapLastSystemError();
   const DWORD error = GetLastError();
   *handleOut = h;
@@ -48,7 +52,8 @@ inline CRITICAL_SECTION *section(TOV_LMutexHandle h) {
 extern "C" TOV_Status TOV_EventCreate(const char *name, int32_t manualReset, int32_t initiallySet,
                                       TOV_EventHandle *handleOut) noexcept {
   TOV_FRAME(handleOut != nullptr);
-  return created(CreateEventA(nullptr, manualReset != 0, initiallySet != 0, name), handleOut);
+  return created(handleOut,
+                 [&] { return CreateEventA(nullptr, manualReset != 0, initiallySet != 0, name); });
 }
 
 extern "C" TOV_Status TOV_EventDestroy(TOV_EventHandle *handle) noexcept {
@@ -76,7 +81,7 @@ extern "C" TOV_Status TOV_EventWait(TOV_EventHandle handle, uint32_t timeoutMs) 
 
 extern "C" TOV_Status TOV_MutexCreate(const char *name, TOV_MutexHandle *handleOut) noexcept {
   TOV_FRAME(handleOut != nullptr);
-  return created(CreateMutexA(nullptr, FALSE, name), handleOut);
+  return created(handleOut, [&] { return CreateMutexA(nullptr, FALSE, name); });
 }
 
 extern "C" TOV_Status TOV_MutexDestroy(TOV_MutexHandle *handle) noexcept {
@@ -101,9 +106,10 @@ extern "C" TOV_Status TOV_MutexRelease(TOV_MutexHandle handle) noexcept {
 extern "C" TOV_Status TOV_SemCreate(const char *name, uint32_t initialCount, uint32_t maximumCount,
                                     TOV_SemHandle *handleOut) noexcept {
   TOV_FRAME(handleOut != nullptr && initialCount <= maximumCount);
-  return created(CreateSemaphoreA(nullptr, static_cast<LONG>(initialCount),
-                                  static_cast<LONG>(maximumCount), name),
-                 handleOut);
+  return created(handleOut, [&] {
+    return CreateSemaphoreA(nullptr, static_cast<LONG>(initialCount),
+                            static_cast<LONG>(maximumCount), name);
+  });
 }
 
 extern "C" TOV_Status TOV_SemDestroy(TOV_SemHandle *handle) noexcept {
