@@ -3,28 +3,44 @@
 #include "tov.h"
 
 #include "align.h"
+#include "seams.h"
 
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+
+namespace {
+
+// The test build can make every allocation fail.
+inline bool refused() noexcept {
+#ifdef TOV_TEST_SEAMS
+  return tov::seams::failAllocations;
+#else
+  return false;
+#endif
+}
+
+} // namespace
 
 extern "C" int32_t TOV_ValidateHeapPtr(void *) noexcept {
   return 1;
 }
 
 extern "C" void *TOV_malloc(TOV_MemTag, size_t size) noexcept {
+  if (refused()) return nullptr;
   return std::malloc(size);
 }
 
 extern "C" void *TOV_calloc(TOV_MemTag, size_t count, size_t size) noexcept {
   size_t total;
-  if (__builtin_mul_overflow(count, size, &total)) return nullptr;
+  if (__builtin_mul_overflow(count, size, &total) || refused()) return nullptr;
   void *block = std::malloc(total);
   if (block) std::memset(block, 0, total);
   return block;
 }
 
 extern "C" void *TOV_realloc(TOV_MemTag, void *block, size_t size) noexcept {
+  if (refused()) return nullptr;
   return std::realloc(block, size);
 }
 
@@ -57,6 +73,7 @@ extern "C" uint8_t *TOV_align32(uint8_t *base, uint8_t *cursor, uint8_t *limit) 
 }
 
 extern "C" char *TOV_strnzcpy(char *destination, const char *source, size_t size) noexcept {
+  if (size == 0) return destination; // no room, not even for the terminator
   destination[size - 1] = '\0';
   std::strncpy(destination, source, size - 1);
   return destination;

@@ -159,10 +159,10 @@ extern "C" TOV_Status TOV_FDSAssociate(TOV_FDS *set, TOV_Skt *handle, uint32_t f
   TOV_FRAME(set != nullptr && handle != nullptr && flags != 0);
   SOCKET sock;
   tov::sktSystemSocket(handle, &sock);
-  if (set->entryCount == set->allocated && !set->grow()) return TOV_ERR_NO_MEMORY;
-
   const Slot h = set->findHandle(handle);
   if (h.found) return TOV_ERR_ALREADY_EXISTS;
+  // Grown only to insert; the growth keeps every position found above.
+  if (set->entryCount == set->allocated && !set->grow()) return TOV_ERR_NO_MEMORY;
   const Slot s = search<socketKey>(set->bySocket, set->entryCount, static_cast<uint64_t>(sock));
 
   auto *e = static_cast<TOV_FDSEntry *>(TOV_malloc(tov::libTag(), sizeof(TOV_FDSEntry)));
