@@ -11,27 +11,8 @@
   reinterpret_cast<decltype(&name)>(                                                               \
       reinterpret_cast<void *>(GetProcAddress(GetModuleHandleA("tov.dll"), #name)))
 
-namespace {
-
-DWORD g_watched;
-// pop; read's status and count; push; read's status and count; pop
-int32_t g_seen[7];
-
-void useTheEndingThreadsStack() {
-  const auto push = TOV_ENTRY(TOV_ThreadPushDescriptionPtr);
-  const auto pop = TOV_ENTRY(TOV_ThreadPopDescriptionPtr);
-  const auto read = TOV_ENTRY(TOV_ThreadGetDescriptionPtrs);
-  uint32_t depth[2] = {};
-  g_seen[0] = pop();
-  g_seen[1] = read(0, nullptr, &depth[0]);
-  g_seen[2] = static_cast<int32_t>(depth[0]);
-  g_seen[3] = push(nullptr);
-  g_seen[4] = read(0, nullptr, &depth[1]);
-  g_seen[5] = static_cast<int32_t>(depth[1]);
-  g_seen[6] = pop();
-}
-
-} // namespace
+static DWORD g_watched;
+static int32_t g_seen[5]; // pop; read's status and count; push; pop
 
 // Watches the thread with this id; the array fills when it ends.
 extern "C" __declspec(dllexport) const int32_t *detachProbe(uint32_t threadId) {
@@ -40,6 +21,12 @@ extern "C" __declspec(dllexport) const int32_t *detachProbe(uint32_t threadId) {
 }
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID) {
-  if (reason == DLL_THREAD_DETACH && GetCurrentThreadId() == g_watched) useTheEndingThreadsStack();
+  if (reason != DLL_THREAD_DETACH || GetCurrentThreadId() != g_watched) return TRUE;
+  uint32_t depth = 0;
+  g_seen[0] = TOV_ENTRY(TOV_ThreadPopDescriptionPtr)();
+  g_seen[1] = TOV_ENTRY(TOV_ThreadGetDescriptionPtrs)(0, nullptr, &depth);
+  g_seen[2] = static_cast<int32_t>(depth);
+  g_seen[3] = TOV_ENTRY(TOV_ThreadPushDescriptionPtr)(nullptr);
+  g_seen[4] = TOV_ENTRY(TOV_ThreadPopDescriptionPtr)();
   return TRUE;
 }
