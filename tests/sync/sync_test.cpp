@@ -248,7 +248,7 @@ TOV_TEST_CHILD(reader_faults) {
   DWORD code[2] = {};
   for (int i = 0; i < 2; ++i) { // the faulting reader, then one more thread
     HANDLE t = CreateThread(nullptr, 0, read, i ? room : noAccess, 0, nullptr);
-    if (WaitForSingleObject(t, 10000) != WAIT_OBJECT_0) TerminateProcess(GetCurrentProcess(), 99);
+    if (WaitForSingleObject(t, 20000) != WAIT_OBJECT_0) TerminateProcess(GetCurrentProcess(), 99);
     GetExitCodeThread(t, &code[i]);
   }
   return code[0] == 7 && code[1] == TOV_OK ? 0 : 1;
