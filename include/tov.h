@@ -125,7 +125,9 @@ typedef void *TOV_MemTag;
  * are ignored. Returns TOV_OK or the positive Winsock error of a failed
  * network start. */
 TOV_API TOV_Status TOV_Startup(void *module, int32_t reserved1, void *reserved2, void *reserved3);
-/* Ends one start; the last one tears the library down. */
+/* Ends one start; the last one tears the library down. A clean-up that
+ * finds no start left (the count already 0) still runs the teardown, Winsock
+ * clean-up included, so every clean-up must match a start. */
 TOV_API void TOV_Cleanup(void *reserved);
 /* *tagOut = owner. Never fails. */
 TOV_API TOV_Status TOV_AllocMemTag(void *owner, TOV_MemTag *tagOut);
@@ -336,12 +338,16 @@ TOV_API TOV_Status TOV_FileCommit(TOV_FileHandle file);
 /* A second, inheritable handle to the same open file; it shares the position. */
 TOV_API TOV_Status TOV_FileDup(TOV_FileHandle file, TOV_FileHandle *copy);
 /* Reads at the current position, or at *position when position is not null
- * (then *position becomes the position after the read). At most 0xFFFFFFFF
- * bytes per call; *count always receives the bytes read. Nothing read gives
- * TOV_ERR_END_OF_DATA. */
+ * (then *position becomes the position after the read). Only the low 32 bits
+ * of *count reach the platform: a count of 0x100000000 (4 GiB) reads 0 bytes,
+ * one of 0x100000005 reads 5. *count always receives the bytes read. A read
+ * that moves no bytes gives TOV_ERR_END_OF_DATA, at the end of the file and
+ * after any failure alike (a failure the library has no code for is named on
+ * the debug output). */
 TOV_API TOV_Status TOV_FileRead(TOV_FileHandle file, uint64_t *position, void *buffer,
                                 uint64_t *count);
-/* Writes like TOV_FileRead reads; a write of 0 bytes succeeds. */
+/* Writes like TOV_FileRead reads, the same low 32 bits of *count included; a
+ * write of 0 bytes succeeds, and a failure gives its own status. */
 TOV_API TOV_Status TOV_FileWrite(TOV_FileHandle file, uint64_t *position, const void *data,
                                  uint64_t *count);
 /* Moves the position by offset from origin; newPosition may be null. */
@@ -553,7 +559,12 @@ TOV_API void TOV_ThreadExit(uint32_t exitCode);
 
 /* Every thread has a stack of description pointers that any thread may read.
  * Push and pop work on the calling thread's stack, whether or not the library
- * is started. */
+ * is started. A thread's stack goes when the thread ends; code that runs on
+ * it after tov's thread-end notice (the detach handler of a library loaded
+ * before tov) finds it empty, and a push there starts a new stack that stays
+ * until TOV_Cleanup. A thread that ends without that notice (one terminated)
+ * leaves its stack until TOV_Cleanup: a read by its id finds it, also once a
+ * new thread has that id, until the new thread pushes a stack of its own. */
 TOV_API TOV_Status TOV_ThreadPushDescriptionPtr(void *value);
 /* Drops the newest entry; TOV_ERR_NOT_FOUND when the stack is empty. */
 TOV_API TOV_Status TOV_ThreadPopDescriptionPtr(void);
@@ -562,7 +573,8 @@ TOV_API TOV_Status TOV_ThreadPopDescriptionPtr(void);
  * the depth exceeds the room. buffer may be null only with *count == 0. */
 TOV_API TOV_Status TOV_ThreadGetDescriptionPtrs(uint64_t threadId, void **buffer, uint32_t *count);
 
-/* Thread-local storage keys: the platform's slot index, zero-extended. */
+/* Thread-local storage keys: the platform's slot index, zero-extended. The
+ * functions that take a key use only its low 32 bits. */
 TOV_API TOV_Status TOV_TLSCreate(uint64_t *keyOut);
 /* Frees the slot and clears *key whatever the result. */
 TOV_API TOV_Status TOV_TLSDestroy(uint64_t *key);
@@ -777,6 +789,9 @@ TOV_API TOV_Status TOV_SktIOCtl(TOV_Skt *socket, uint32_t code, const void *inpu
 TOV_API TOV_Status TOV_SktSend(TOV_Skt *socket, struct _WSABUF *buffers, uint32_t count,
                                uint64_t *bytesSent, uint32_t flags, const struct sockaddr *to,
                                int32_t toLength, struct _OVERLAPPED *overlapped);
+/* Sends length bytes of data. Only the low 32 bits of length (as of every
+ * 64-bit length of the socket functions) reach the platform: a length of
+ * 0x100000000 (4 GiB) sends 0 bytes. */
 TOV_API TOV_Status TOV_SktSendBuf(TOV_Skt *socket, const void *data, uint64_t length,
                                   uint64_t *bytesSent, uint32_t flags, const struct sockaddr *to,
                                   int32_t toLength, struct _OVERLAPPED *overlapped);
@@ -785,6 +800,9 @@ TOV_API TOV_Status TOV_SktSendBuf(TOV_Skt *socket, const void *data, uint64_t le
 TOV_API TOV_Status TOV_SktReceive(TOV_Skt *socket, struct _WSABUF *buffers, uint32_t count,
                                   uint64_t *bytesReceived, uint32_t *flags, struct sockaddr *from,
                                   int32_t *fromLength, struct _OVERLAPPED *overlapped);
+/* Receives into length bytes of buffer, of which again only the low 32 bits
+ * count: a length of 0x100000000 receives 0 bytes and returns TOV_OK, as a
+ * stream does when the peer has shut down. */
 TOV_API TOV_Status TOV_SktRecvBuf(TOV_Skt *socket, void *buffer, uint64_t length,
                                   uint64_t *bytesReceived, uint32_t *flags, struct sockaddr *from,
                                   int32_t *fromLength, struct _OVERLAPPED *overlapped);
