@@ -6,6 +6,7 @@ TOV_Status (*allocMemTag)(void *, TOV_MemTag *);
 int (*wsaStartup)(WORD, WSADATA *);
 DWORD (*tickCount)();
 long (*uuidCreate)(GUID *);
-bool failAllocations;
+int32_t failAllocation;
+int64_t allocations, frees;
 } // namespace tov::seams
 #endif

@@ -14,10 +14,10 @@ TEST(FDSMemory, ADuplicateIsToldApartFromAFullIndex) {
   TOV_FDS *set = nullptr;
   ASSERT_EQ(TOV_FDSCreate(1, &set), TOV_OK);
   ASSERT_EQ(TOV_FDSAssociate(set, &a, TOV_FDS_READ, 0), TOV_OK);
-  tov::seams::failAllocations = true;
+  tov::seams::failAllocation = 1; // the index cannot grow
   const std::vector<TOV_Status> got = {TOV_FDSAssociate(set, &a, TOV_FDS_READ, 0),
                                        TOV_FDSAssociate(set, &b, TOV_FDS_READ, 0)};
-  tov::seams::failAllocations = false;
+  tov::seams::failAllocation = 0;
   EXPECT_EQ(got, std::vector<TOV_Status>({TOV_ERR_ALREADY_EXISTS, TOV_ERR_NO_MEMORY}));
   EXPECT_EQ(TOV_FDSDestroy(&set, nullptr), TOV_OK);
   TOV_Cleanup(nullptr);
