@@ -20,6 +20,12 @@
 #define TOV_API __declspec(dllimport)
 #endif
 
+/* Marks the functions that need the library started: while it is not, they
+ * return TOV_ERR_NOT_INITIALIZED before they look at any argument or write
+ * anything. Every other function works whether or not the library is
+ * started. The mark expands to nothing. */
+#define TOV_NEEDS_START
+
 #if defined(__GNUC__)
 #define TOV_PRINTF_LIKE(f, a) __attribute__((__format__(ms_printf, f, a)))
 #else
@@ -338,10 +344,11 @@ typedef struct TOV_FileInfo {
 #define TOV_FILE_SEEK_END 2u
 
 /* Opens or creates path; *file is written only on success. */
-TOV_API TOV_Status TOV_FileOpen(const char *path, uint32_t openFlags, uint32_t shareFlags,
-                                uint32_t attributes, TOV_FileHandle *file) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FileOpen(const char *path, uint32_t openFlags,
+                                                uint32_t shareFlags, uint32_t attributes,
+                                                TOV_FileHandle *file) TOV_NOEXCEPT;
 /* Closes *file and sets it to 0, also when the close fails. */
-TOV_API TOV_Status TOV_FileClose(TOV_FileHandle *file) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FileClose(TOV_FileHandle *file) TOV_NOEXCEPT;
 /* Writes the file's buffered data to the device. */
 TOV_API TOV_Status TOV_FileCommit(TOV_FileHandle file) TOV_NOEXCEPT;
 /* A second, inheritable handle to the same open file; it shares the position. */
@@ -353,21 +360,24 @@ TOV_API TOV_Status TOV_FileDup(TOV_FileHandle file, TOV_FileHandle *copy) TOV_NO
  * that moves no bytes gives TOV_ERR_END_OF_DATA, at the end of the file and
  * after any failure alike (a failure the library has no code for is named on
  * the debug output). */
-TOV_API TOV_Status TOV_FileRead(TOV_FileHandle file, uint64_t *position, void *buffer,
-                                uint64_t *count) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FileRead(TOV_FileHandle file, uint64_t *position,
+                                                void *buffer, uint64_t *count) TOV_NOEXCEPT;
 /* Writes like TOV_FileRead reads, the same low 32 bits of *count included; a
  * write of 0 bytes succeeds, and a failure gives its own status. */
-TOV_API TOV_Status TOV_FileWrite(TOV_FileHandle file, uint64_t *position, const void *data,
-                                 uint64_t *count) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FileWrite(TOV_FileHandle file, uint64_t *position,
+                                                 const void *data, uint64_t *count) TOV_NOEXCEPT;
 /* Moves the position by offset from origin; newPosition may be null. */
-TOV_API TOV_Status TOV_FileSeek(TOV_FileHandle file, int64_t offset, uint32_t origin,
-                                uint64_t *newPosition) TOV_NOEXCEPT;
-TOV_API TOV_Status TOV_FileTell(TOV_FileHandle file, uint64_t *position) TOV_NOEXCEPT;
-TOV_API TOV_Status TOV_FileSize(TOV_FileHandle file, uint64_t *size) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FileSeek(TOV_FileHandle file, int64_t offset,
+                                                uint32_t origin,
+                                                uint64_t *newPosition) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FileTell(TOV_FileHandle file,
+                                                uint64_t *position) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FileSize(TOV_FileHandle file, uint64_t *size) TOV_NOEXCEPT;
 /* Extends or cuts the file to size (at most 0x7FFFFFFFFFFFFFFF) and leaves
  * the position there. */
-TOV_API TOV_Status TOV_FileSetSize(TOV_FileHandle file, uint64_t size) TOV_NOEXCEPT;
-TOV_API TOV_Status TOV_FileInfoByHandle(TOV_FileHandle file, TOV_FileInfo *info) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FileSetSize(TOV_FileHandle file, uint64_t size) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FileInfoByHandle(TOV_FileHandle file,
+                                                        TOV_FileInfo *info) TOV_NOEXCEPT;
 /* Also works for directories. */
 TOV_API TOV_Status TOV_FileInfoByName(const char *path, TOV_FileInfo *info) TOV_NOEXCEPT;
 /* The platform's own attribute word (FILE_ATTRIBUTE_...), not the flags above. */
@@ -394,8 +404,8 @@ typedef void *TOV_DirHandle;
  * for an empty directory), must fit TOV_PATH_MAX: a longer one gives
  * TOV_ERR_PATH_TOO_LONG before the directory is looked at. A missing directory gives
  * TOV_ERR_NOT_FOUND. *listing is written only on success. */
-TOV_API TOV_Status TOV_DirOpen(const char *directory, const char *mask,
-                               TOV_DirHandle *listing) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_DirOpen(const char *directory, const char *mask,
+                                               TOV_DirHandle *listing) TOV_NOEXCEPT;
 /* The next entry, "." and ".." included, in the platform's order (no sort).
  * *name points into the listing and stays valid until the next read or the
  * close; *attributes uses the TOV_FILE_ATTR_ flags (other platform bits are
@@ -406,7 +416,7 @@ TOV_API TOV_Status TOV_DirRead(TOV_DirHandle listing, const char **name, uint32_
                                TOV_FileInfo *info) TOV_NOEXCEPT;
 /* Ends the search, frees the listing and sets *listing to 0, also when ending
  * the search fails (that failure is returned). */
-TOV_API TOV_Status TOV_DirClose(TOV_DirHandle *listing) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_DirClose(TOV_DirHandle *listing) TOV_NOEXCEPT;
 /* One directory; its parent must exist (else TOV_ERR_NOT_FOUND). */
 TOV_API TOV_Status TOV_DirCreate(const char *path) TOV_NOEXCEPT;
 /* One empty directory. A directory that is not empty gives the C runtime's
@@ -420,8 +430,8 @@ TOV_API TOV_Status TOV_DirFreeSpace(const char *path, uint64_t *freeBytes) TOV_N
  * empty one still adds a separator when one is due. A result longer than
  * TOV_PATH_MAX - 1 characters gives TOV_ERR_PATH_TOO_LONG and leaves path
  * empty; nothing is ever written past TOV_PATH_MAX bytes. */
-TOV_API TOV_Status TOV_PathBuild(const char *c1, const char *c2, const char *c3, const char *c4,
-                                 char *path) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_PathBuild(const char *c1, const char *c2, const char *c3,
+                                                 const char *c4, char *path) TOV_NOEXCEPT;
 
 /* (end of directories and paths) */
 
@@ -449,12 +459,14 @@ TOV_API TOV_Status TOV_ModResolveSym(TOV_ModHandle module, const char *symbol,
 TOV_API TOV_Status TOV_ModUnResolveSym(TOV_ModHandle module, void *address) TOV_NOEXCEPT;
 /* A module already loaded, without taking a reference; TOV_ERR_MODULE_NOT_FOUND
  * when it is not loaded. *module is written only on success. */
-TOV_API TOV_Status TOV_ModGetHandle(const char *name, TOV_ModHandle *module) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_ModGetHandle(const char *name,
+                                                    TOV_ModHandle *module) TOV_NOEXCEPT;
 /* The full path of module's file in path[0..size); a longer path is cut to
  * size - 1 characters, terminated, and still TOV_OK. A null path, a size of
  * 0, then a null module give TOV_ERR_INVALID_PARAMETER. The platform
  * receives the low 32 bits of size. */
-TOV_API TOV_Status TOV_ModGetFullPath(TOV_ModHandle module, char *path, uint64_t size) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_ModGetFullPath(TOV_ModHandle module, char *path,
+                                                      uint64_t size) TOV_NOEXCEPT;
 /* From the file of module (null: the program): its last-write time into
  * *modified (seconds since 1970 UTC; best effort, never a failure, left as it
  * was when the file cannot be opened without sharing or read), and its file
@@ -498,9 +510,10 @@ typedef void *TOV_LMutexHandle;
 #define TOV_WAIT_INFINITE 0xFFFFFFFFu
 
 /* name may be null; manualReset and initiallySet are flags (non-zero = true). */
-TOV_API TOV_Status TOV_EventCreate(const char *name, int32_t manualReset, int32_t initiallySet,
-                                   TOV_EventHandle *handleOut) TOV_NOEXCEPT;
-TOV_API TOV_Status TOV_EventDestroy(TOV_EventHandle *handle) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_EventCreate(const char *name, int32_t manualReset,
+                                                   int32_t initiallySet,
+                                                   TOV_EventHandle *handleOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_EventDestroy(TOV_EventHandle *handle) TOV_NOEXCEPT;
 TOV_API TOV_Status TOV_EventSet(TOV_EventHandle handle) TOV_NOEXCEPT;
 TOV_API TOV_Status TOV_EventReset(TOV_EventHandle handle) TOV_NOEXCEPT;
 /* Releases the threads waiting right now (all, or one for auto-reset) and
@@ -511,24 +524,27 @@ TOV_API TOV_Status TOV_EventWait(TOV_EventHandle handle, uint32_t timeoutMs) TOV
 /* Created not owned. Releasing a mutex the caller does not own gives the
  * unmapped system error 288. Acquiring a mutex whose owner ended without
  * releasing it succeeds (TOV_OK): the caller owns it then. */
-TOV_API TOV_Status TOV_MutexCreate(const char *name, TOV_MutexHandle *handleOut) TOV_NOEXCEPT;
-TOV_API TOV_Status TOV_MutexDestroy(TOV_MutexHandle *handle) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_MutexCreate(const char *name,
+                                                   TOV_MutexHandle *handleOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_MutexDestroy(TOV_MutexHandle *handle) TOV_NOEXCEPT;
 TOV_API TOV_Status TOV_MutexAcquire(TOV_MutexHandle handle) TOV_NOEXCEPT;
 /* TOV_ERR_TIMEOUT when another thread owns the mutex. */
 TOV_API TOV_Status TOV_MutexTryAcquire(TOV_MutexHandle handle) TOV_NOEXCEPT;
 TOV_API TOV_Status TOV_MutexRelease(TOV_MutexHandle handle) TOV_NOEXCEPT;
 
 /* initialCount must not exceed maximumCount. */
-TOV_API TOV_Status TOV_SemCreate(const char *name, uint32_t initialCount, uint32_t maximumCount,
-                                 TOV_SemHandle *handleOut) TOV_NOEXCEPT;
-TOV_API TOV_Status TOV_SemDestroy(TOV_SemHandle *handle) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SemCreate(const char *name, uint32_t initialCount,
+                                                 uint32_t maximumCount,
+                                                 TOV_SemHandle *handleOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SemDestroy(TOV_SemHandle *handle) TOV_NOEXCEPT;
 TOV_API TOV_Status TOV_SemAcquire(TOV_SemHandle handle, uint32_t timeoutMs) TOV_NOEXCEPT;
 /* Adds count; TOV_ERR_TOO_MANY_POSTS (count unchanged) past the maximum. */
 TOV_API TOV_Status TOV_SemSignal(TOV_SemHandle handle, uint32_t count) TOV_NOEXCEPT;
 
 /* The spin count applies where the platform offers it. */
-TOV_API TOV_Status TOV_LMutexCreate(TOV_LMutexHandle *handleOut, uint32_t spinCount) TOV_NOEXCEPT;
-TOV_API TOV_Status TOV_LMutexDestroy(TOV_LMutexHandle *handle) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_LMutexCreate(TOV_LMutexHandle *handleOut,
+                                                    uint32_t spinCount) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_LMutexDestroy(TOV_LMutexHandle *handle) TOV_NOEXCEPT;
 /* TOV_ERR_INVALID_HANDLE for a null handle. */
 TOV_API TOV_Status TOV_LMutexAcquire(TOV_LMutexHandle handle) TOV_NOEXCEPT;
 /* Never waits: TOV_ERR_TIMEOUT when another thread holds the lock. */
@@ -553,16 +569,19 @@ typedef uint32_t (*TOV_ThreadRoutine)(void *argument);
 
 /* Starts routine(argument) at once. stackSize 0 = the platform's default.
  * With a null handleOut the thread runs detached. */
-TOV_API TOV_Status TOV_ThreadCreate(TOV_ThreadRoutine routine, void *argument, uint32_t stackSize,
-                                    TOV_ThreadHandle *handleOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_ThreadCreate(TOV_ThreadRoutine routine, void *argument,
+                                                    uint32_t stackSize,
+                                                    TOV_ThreadHandle *handleOut) TOV_NOEXCEPT;
 /* Closes the handle; the thread itself runs on. */
-TOV_API TOV_Status TOV_ThreadDestroy(TOV_ThreadHandle *handle) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_ThreadDestroy(TOV_ThreadHandle *handle) TOV_NOEXCEPT;
 /* TOV_OK once the thread has ended, else TOV_ERR_TIMEOUT after timeoutMs. */
-TOV_API TOV_Status TOV_ThreadWait(TOV_ThreadHandle handle, uint32_t timeoutMs) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_ThreadWait(TOV_ThreadHandle handle,
+                                                  uint32_t timeoutMs) TOV_NOEXCEPT;
 /* TOV_ERR_STILL_RUNNING (nothing written) while the thread runs. */
-TOV_API TOV_Status TOV_ThreadGetExitCode(TOV_ThreadHandle handle,
-                                         uint32_t *exitCodeOut) TOV_NOEXCEPT;
-TOV_API TOV_Status TOV_ThreadGetID(TOV_ThreadHandle handle, uint64_t *idOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_ThreadGetExitCode(TOV_ThreadHandle handle,
+                                                         uint32_t *exitCodeOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_ThreadGetID(TOV_ThreadHandle handle,
+                                                   uint64_t *idOut) TOV_NOEXCEPT;
 TOV_API uint64_t TOV_ThreadGetCurrentID(void) TOV_NOEXCEPT;
 /* Ends the calling thread with exitCode; does not return. */
 TOV_API void TOV_ThreadExit(uint32_t exitCode) TOV_NOEXCEPT;
@@ -581,12 +600,12 @@ TOV_API TOV_Status TOV_ThreadPopDescriptionPtr(void) TOV_NOEXCEPT;
 /* Copies the stack of thread threadId (0 = the caller), newest first, into
  * buffer[0..*count). *count becomes the depth; TOV_ERR_BUFFER_TOO_SMALL when
  * the depth exceeds the room. buffer may be null only with *count == 0. */
-TOV_API TOV_Status TOV_ThreadGetDescriptionPtrs(uint64_t threadId, void **buffer,
-                                                uint32_t *count) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_ThreadGetDescriptionPtrs(uint64_t threadId, void **buffer,
+                                                                uint32_t *count) TOV_NOEXCEPT;
 
 /* Thread-local storage keys: the platform's slot index, zero-extended. The
  * functions that take a key use only its low 32 bits. */
-TOV_API TOV_Status TOV_TLSCreate(uint64_t *keyOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_TLSCreate(uint64_t *keyOut) TOV_NOEXCEPT;
 /* Frees the slot and clears *key whatever the result. */
 TOV_API TOV_Status TOV_TLSDestroy(uint64_t *key) TOV_NOEXCEPT;
 /* A slot never set reads as null with TOV_OK. */
@@ -608,11 +627,12 @@ TOV_API TOV_Status TOV_TLSSetValue(uint64_t key, void *value) TOV_NOEXCEPT;
  * for the number alone. Any other failure (no snapshot: the mapped system
  * error) leaves *count unwritten. Processes and threads that start or end
  * during a call may or may not be seen. */
-TOV_API TOV_Status TOV_SysEnumProcesses(uint64_t *ids, uint32_t *count) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SysEnumProcesses(uint64_t *ids,
+                                                        uint32_t *count) TOV_NOEXCEPT;
 /* The threads of process processId; an id no process has gives TOV_OK and 0. */
-TOV_API TOV_Status TOV_SysEnumThreads(uint64_t processId, uint64_t *ids,
-                                      uint32_t *count) TOV_NOEXCEPT;
-TOV_API TOV_Status TOV_SysGetCurrentProcessId(uint64_t *idOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SysEnumThreads(uint64_t processId, uint64_t *ids,
+                                                      uint32_t *count) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SysGetCurrentProcessId(uint64_t *idOut) TOV_NOEXCEPT;
 
 /* A captured thread context: the thread of threadId (in process processId)
  * held suspended, its registers read, ready for TOV_SysStackWalk. The record
@@ -624,11 +644,12 @@ typedef void *TOV_ThreadCtxHandle;
 /* The calling thread's own id, an id above 32 bits, a null tag or a null
  * ctxOut give TOV_ERR_INVALID_PARAMETER; a thread that cannot be opened or
  * read gives the mapped system error. *ctxOut is written only on success. */
-TOV_API TOV_Status TOV_SysAllocThreadCtx(TOV_MemTag tag, uint64_t processId, uint64_t threadId,
-                                         TOV_ThreadCtxHandle *ctxOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SysAllocThreadCtx(TOV_MemTag tag, uint64_t processId,
+                                                         uint64_t threadId,
+                                                         TOV_ThreadCtxHandle *ctxOut) TOV_NOEXCEPT;
 /* Resumes the thread once and frees the record. Always TOV_OK for a non-null
  * record. */
-TOV_API TOV_Status TOV_SysFreeThreadCtx(TOV_ThreadCtxHandle ctx) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SysFreeThreadCtx(TOV_ThreadCtxHandle ctx) TOV_NOEXCEPT;
 
 /* (end of processes, threads, thread contexts) */
 
@@ -644,7 +665,8 @@ TOV_API TOV_Status TOV_SysFreeThreadCtx(TOV_ThreadCtxHandle ctx) TOV_NOEXCEPT;
  * that cannot be opened for reading is tried again on the next step).
  * Frames past the first are found only in modules the symbol handler knows:
  * make one TOV_SysGetSymbolInfo call for the process before walking. */
-TOV_API TOV_Status TOV_SysStackWalk(TOV_ThreadCtxHandle ctx, uint64_t *address) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SysStackWalk(TOV_ThreadCtxHandle ctx,
+                                                    uint64_t *address) TOV_NOEXCEPT;
 
 /* Describes the code address of process processId (not 0). Each piece is
  * looked up only when asked for: the name (nameSize > 0; the displacement
@@ -665,12 +687,10 @@ TOV_API TOV_Status TOV_SysStackWalk(TOV_ThreadCtxHandle ctx, uint64_t *address) 
  * left out). Every call offers the process's modules to the handler again,
  * so modules loaded since are known. Calls of this function and of
  * TOV_SysStackWalk are serialised inside the library. */
-TOV_API TOV_Status TOV_SysGetSymbolInfo(uint64_t processId, uint64_t address, char *name,
-                                        uint64_t nameSize, uint64_t *displacementOut, char *file,
-                                        uint64_t fileSize, uint32_t *lineOut, char *moduleName,
-                                        uint64_t moduleNameSize, uint64_t *moduleBaseOut,
-                                        uint64_t *moduleSizeOut,
-                                        uint64_t *moduleTimeStampOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SysGetSymbolInfo(
+    uint64_t processId, uint64_t address, char *name, uint64_t nameSize, uint64_t *displacementOut,
+    char *file, uint64_t fileSize, uint32_t *lineOut, char *moduleName, uint64_t moduleNameSize,
+    uint64_t *moduleBaseOut, uint64_t *moduleSizeOut, uint64_t *moduleTimeStampOut) TOV_NOEXCEPT;
 
 /* (end of stack walk and symbols) */
 
@@ -687,16 +707,17 @@ typedef struct TOV_CPUUsage TOV_CPUUsage;
 /* Writes 0 to *handleOut, takes a first sample and writes the new record.
  * A failed sample gives the mapped system error, TOV_ERR_NO_MEMORY a failed
  * allocation; *handleOut stays 0 then. */
-TOV_API TOV_Status TOV_GetCPUUsageHandle(TOV_CPUUsage **handleOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_GetCPUUsageHandle(TOV_CPUUsage **handleOut) TOV_NOEXCEPT;
 /* The share (0 to 100, truncated) of the time of all processors together that
  * was not idle since the record's previous sample; the record then keeps the
  * new sample. *percent is -1 on a failed sample (the mapped system error; the
  * record keeps its sample). Two samples with no processor time between them
  * (the system's counters move in steps of several milliseconds) give 0:
  * nothing was seen busy. */
-TOV_API TOV_Status TOV_GetCPUUsagePercent(TOV_CPUUsage *handle, int32_t *percent) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_GetCPUUsagePercent(TOV_CPUUsage *handle,
+                                                          int32_t *percent) TOV_NOEXCEPT;
 /* Frees the record and clears *handle; a variable holding 0 frees nothing. */
-TOV_API TOV_Status TOV_FreeCPUUsageHandle(TOV_CPUUsage **handle) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FreeCPUUsageHandle(TOV_CPUUsage **handle) TOV_NOEXCEPT;
 
 /* The number of active processors. */
 TOV_API uint32_t TOV_GetNumberOfProcessors(void) TOV_NOEXCEPT;
@@ -765,58 +786,69 @@ typedef struct TOV_Skt TOV_Skt;
  * port). */
 #define TOV_SO_REUSEPORT 0x200
 
-TOV_API TOV_Status TOV_SktCreate(int32_t family, int32_t type, int32_t protocol,
-                                 TOV_Skt **socketOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktCreate(int32_t family, int32_t type, int32_t protocol,
+                                                 TOV_Skt **socketOut) TOV_NOEXCEPT;
 /* Closes the socket, frees the object and clears *socket, also when the
  * close fails; returns the close's status. */
-TOV_API TOV_Status TOV_SktDestroy(TOV_Skt **socket) TOV_NOEXCEPT;
-TOV_API TOV_Status TOV_SktBind(TOV_Skt *socket, const struct sockaddr *address,
-                               uint64_t addressLength) TOV_NOEXCEPT;
-TOV_API TOV_Status TOV_SktListen(TOV_Skt *socket, int32_t backlog) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktDestroy(TOV_Skt **socket) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktBind(TOV_Skt *socket, const struct sockaddr *address,
+                                               uint64_t addressLength) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktListen(TOV_Skt *socket, int32_t backlog) TOV_NOEXCEPT;
 /* peer and peerLength may be null. */
-TOV_API TOV_Status TOV_SktAccept(TOV_Skt *listener, TOV_Skt **socketOut, struct sockaddr *peer,
-                                 int32_t *peerLength) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktAccept(TOV_Skt *listener, TOV_Skt **socketOut,
+                                                 struct sockaddr *peer,
+                                                 int32_t *peerLength) TOV_NOEXCEPT;
 /* A non-blocking socket that cannot connect at once gives TOV_ERR_NET_WOULDBLOCK. */
-TOV_API TOV_Status TOV_SktConnect(TOV_Skt *socket, const struct sockaddr *address,
-                                  uint64_t addressLength) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktConnect(TOV_Skt *socket, const struct sockaddr *address,
+                                                  uint64_t addressLength) TOV_NOEXCEPT;
 /* how: 0 receive, 1 send, 2 both. */
-TOV_API TOV_Status TOV_SktShutdown(TOV_Skt *socket, int32_t how) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktShutdown(TOV_Skt *socket, int32_t how) TOV_NOEXCEPT;
 /* *addressLength: the buffer's size going in, the address's size coming out. */
-TOV_API TOV_Status TOV_SktGetLocalAddress(TOV_Skt *socket, struct sockaddr *address,
-                                          int32_t *addressLength) TOV_NOEXCEPT;
-TOV_API TOV_Status TOV_SktGetRemoteAddress(TOV_Skt *socket, struct sockaddr *address,
-                                           int32_t *addressLength) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktGetLocalAddress(TOV_Skt *socket, struct sockaddr *address,
+                                                          int32_t *addressLength) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktGetRemoteAddress(TOV_Skt *socket,
+                                                           struct sockaddr *address,
+                                                           int32_t *addressLength) TOV_NOEXCEPT;
 /* *valueLength: the buffer's size going in, the value's size coming out. */
-TOV_API TOV_Status TOV_SktGetOption(TOV_Skt *socket, int32_t level, int32_t name, void *value,
-                                    uint64_t *valueLength) TOV_NOEXCEPT;
-TOV_API TOV_Status TOV_SktSetOption(TOV_Skt *socket, int32_t level, int32_t name, const void *value,
-                                    uint64_t valueLength) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktGetOption(TOV_Skt *socket, int32_t level, int32_t name,
+                                                    void *value,
+                                                    uint64_t *valueLength) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktSetOption(TOV_Skt *socket, int32_t level, int32_t name,
+                                                    const void *value,
+                                                    uint64_t valueLength) TOV_NOEXCEPT;
 /* *outputLength (may be null): the output buffer's size going in, the bytes
  * returned coming out. */
-TOV_API TOV_Status TOV_SktIOCtl(TOV_Skt *socket, uint32_t code, const void *input,
-                                uint64_t inputLength, void *output, uint64_t *outputLength,
-                                struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktIOCtl(TOV_Skt *socket, uint32_t code, const void *input,
+                                                uint64_t inputLength, void *output,
+                                                uint64_t *outputLength,
+                                                struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
 /* Sends from a buffer list; to (may be null) makes it a send to that address. */
-TOV_API TOV_Status TOV_SktSend(TOV_Skt *socket, struct _WSABUF *buffers, uint32_t count,
-                               uint64_t *bytesSent, uint32_t flags, const struct sockaddr *to,
-                               int32_t toLength, struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktSend(TOV_Skt *socket, struct _WSABUF *buffers,
+                                               uint32_t count, uint64_t *bytesSent, uint32_t flags,
+                                               const struct sockaddr *to, int32_t toLength,
+                                               struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
 /* Sends length bytes of data. Only the low 32 bits of length (as of every
  * 64-bit length of the socket functions) reach the platform: a length of
  * 0x100000000 (4 GiB) sends 0 bytes. */
-TOV_API TOV_Status TOV_SktSendBuf(TOV_Skt *socket, const void *data, uint64_t length,
-                                  uint64_t *bytesSent, uint32_t flags, const struct sockaddr *to,
-                                  int32_t toLength, struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktSendBuf(TOV_Skt *socket, const void *data,
+                                                  uint64_t length, uint64_t *bytesSent,
+                                                  uint32_t flags, const struct sockaddr *to,
+                                                  int32_t toLength,
+                                                  struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
 /* Receives into a buffer list; from (may be null) receives the source
  * address. 0 bytes on a stream: the peer has shut down its side. */
-TOV_API TOV_Status TOV_SktReceive(TOV_Skt *socket, struct _WSABUF *buffers, uint32_t count,
-                                  uint64_t *bytesReceived, uint32_t *flags, struct sockaddr *from,
-                                  int32_t *fromLength, struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktReceive(TOV_Skt *socket, struct _WSABUF *buffers,
+                                                  uint32_t count, uint64_t *bytesReceived,
+                                                  uint32_t *flags, struct sockaddr *from,
+                                                  int32_t *fromLength,
+                                                  struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
 /* Receives into length bytes of buffer, of which again only the low 32 bits
  * count: a length of 0x100000000 receives 0 bytes and returns TOV_OK, as a
  * stream does when the peer has shut down. */
-TOV_API TOV_Status TOV_SktRecvBuf(TOV_Skt *socket, void *buffer, uint64_t length,
-                                  uint64_t *bytesReceived, uint32_t *flags, struct sockaddr *from,
-                                  int32_t *fromLength, struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktRecvBuf(TOV_Skt *socket, void *buffer, uint64_t length,
+                                                  uint64_t *bytesReceived, uint32_t *flags,
+                                                  struct sockaddr *from, int32_t *fromLength,
+                                                  struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
 
 /* (end of sockets) */
 
@@ -887,33 +919,38 @@ typedef struct TOV_FDSResult {
 typedef TOV_Status (*TOV_FDSCallback)(TOV_Skt *socket, uint32_t flags, uint64_t context);
 
 /* sizeHint: slots of the first index growth (0 counts as 1); doubles after. */
-TOV_API TOV_Status TOV_FDSCreate(uint32_t sizeHint, TOV_FDS **setOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FDSCreate(uint32_t sizeHint, TOV_FDS **setOut) TOV_NOEXCEPT;
 /* Calls callback (may be null) per entry until it returns non-zero, frees
  * the set and clears *set. Returns TOV_OK whatever the callback returned. */
-TOV_API TOV_Status TOV_FDSDestroy(TOV_FDS **set, TOV_FDSCallback callback) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FDSDestroy(TOV_FDS **set,
+                                                  TOV_FDSCallback callback) TOV_NOEXCEPT;
 /* flags must not be 0. TOV_ERR_ALREADY_EXISTS when the handle is in the set. */
-TOV_API TOV_Status TOV_FDSAssociate(TOV_FDS *set, TOV_Skt *socket, uint32_t flags,
-                                    uint64_t context) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FDSAssociate(TOV_FDS *set, TOV_Skt *socket, uint32_t flags,
+                                                    uint64_t context) TOV_NOEXCEPT;
 /* Sets the flags (TOV_FDS_SET_FLAGS, 0 allowed) and/or the context
  * (TOV_FDS_SET_CONTEXT) from *flags and *context, then stores the previous
  * values through each non-null pointer; what = 0 only reads. */
-TOV_API TOV_Status TOV_FDSModify(TOV_FDS *set, TOV_Skt *socket, uint32_t what, uint32_t *flags,
-                                 uint64_t *context) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FDSModify(TOV_FDS *set, TOV_Skt *socket, uint32_t what,
+                                                 uint32_t *flags, uint64_t *context) TOV_NOEXCEPT;
 /* Removes the handle's entry and stores its context (context may be null). */
-TOV_API TOV_Status TOV_FDSRemove(TOV_FDS *set, TOV_Skt *socket, uint64_t *context) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FDSRemove(TOV_FDS *set, TOV_Skt *socket,
+                                                 uint64_t *context) TOV_NOEXCEPT;
 /* Entries with each interest that which selects, summed per interest. */
-TOV_API TOV_Status TOV_FDSCount(TOV_FDS *set, uint32_t *count, uint32_t which) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FDSCount(TOV_FDS *set, uint32_t *count,
+                                                uint32_t which) TOV_NOEXCEPT;
 /* Returns the first non-zero callback result, TOV_OK otherwise. The callback
  * must not change the set. */
-TOV_API TOV_Status TOV_FDSEnumerate(TOV_FDS *set, TOV_FDSCallback callback) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FDSEnumerate(TOV_FDS *set,
+                                                    TOV_FDSCallback callback) TOV_NOEXCEPT;
 /* Waits (timeoutMs, 0xFFFFFFFF without limit) until entries with the
  * interests in which are ready; fills one record per ready socket and
  * interest, read records first, then write, then except. *count: the
  * array's size going in, the number of ready records coming out;
  * TOV_ERR_BUFFER_TOO_SMALL when that is larger (the array then holds the
  * first ones). TOV_ERR_TIMEOUT leaves *count alone. */
-TOV_API TOV_Status TOV_FDSSelect(TOV_FDS *set, uint32_t which, TOV_FDSResult *results,
-                                 uint32_t *count, uint32_t timeoutMs) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FDSSelect(TOV_FDS *set, uint32_t which,
+                                                 TOV_FDSResult *results, uint32_t *count,
+                                                 uint32_t timeoutMs) TOV_NOEXCEPT;
 
 /* (end of socket sets) */
 
@@ -934,10 +971,11 @@ typedef struct TOV_IOCPort TOV_IOCPort;
 
 /* concurrency: how many waiting threads the system lets run at once; 0 means
  * one per processor. */
-TOV_API TOV_Status TOV_IOCPortCreate(uint32_t concurrency, TOV_IOCPort **portOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_IOCPortCreate(uint32_t concurrency,
+                                                     TOV_IOCPort **portOut) TOV_NOEXCEPT;
 /* Closes the port, frees the object and clears *port, also when the close
  * fails; returns the close's status. */
-TOV_API TOV_Status TOV_IOCPortDestroy(TOV_IOCPort **port) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_IOCPortDestroy(TOV_IOCPort **port) TOV_NOEXCEPT;
 /* Ties the socket to the port: its overlapped operations complete there with key. */
 TOV_API TOV_Status TOV_IOCPortAssociate(TOV_IOCPort *port, TOV_Skt *socket,
                                         uint64_t key) TOV_NOEXCEPT;
