@@ -4,5 +4,6 @@
 namespace tov::seams {
 TOV_Status (*allocMemTag)(void *, TOV_MemTag *);
 int (*wsaStartup)(WORD, WSADATA *);
+bool (*failObjectCreate)();
 } // namespace tov::seams
 #endif

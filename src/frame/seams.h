@@ -15,6 +15,9 @@ namespace tov::seams {
 extern TOV_Status (*allocMemTag)(void *owner, TOV_MemTag *tagOut);
 // When set, used instead of WSAStartup by the first start.
 extern int (*wsaStartup)(WORD version, WSADATA *data);
+// When set, asked before each semaphore or event a condition record creates:
+// true makes that create fail (the seam sets the last error).
+extern bool (*failObjectCreate)();
 
 } // namespace tov::seams
 
