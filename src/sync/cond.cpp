@@ -126,10 +126,8 @@ extern "C" TOV_Status TOV_CondCreate(TOV_CondHandle *handleOut) noexcept {
 
 extern "C" TOV_Status TOV_CondDestroy(TOV_CondHandle *handle) noexcept {
   TOV_FRAME(handle != nullptr);
-  tov::UniqueBlock<tov::CondRecord> c(tov::record(*handle));
-  *handle = nullptr;
-  if (!c) return TOV_ERR_INVALID_HANDLE; // already destroyed: nothing to close
-  return condDestroy(c.get());
+  return tov::closeAndClear<tov::Holds::Record>(
+      handle, [](void *c) noexcept { return tov::condDestroy(tov::record(c)); });
 }
 
 extern "C" TOV_Status TOV_CondWait(TOV_CondHandle cond, TOV_LMutexHandle lock,

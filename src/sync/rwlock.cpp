@@ -37,13 +37,13 @@ extern "C" TOV_Status TOV_RWLockCreate(TOV_RWLockHandle *handleOut) noexcept {
 
 extern "C" TOV_Status TOV_RWLockDestroy(TOV_RWLockHandle *handle) noexcept {
   TOV_FRAME(handle != nullptr);
-  tov::UniqueBlock<tov::RWLockRecord> rw(record(*handle));
-  *handle = nullptr;
-  if (!rw) return TOV_ERR_INVALID_HANDLE; // already destroyed: nothing to close
-  DeleteCriticalSection(&rw->lock);
-  const TOV_Status readers = condDestroy(&rw->readers);
-  const TOV_Status writers = condDestroy(&rw->writers);
-  return readers != TOV_OK ? readers : writers;
+  return tov::closeAndClear<tov::Holds::Record>(handle, [](void *h) noexcept {
+    tov::RWLockRecord *rw = record(h);
+    DeleteCriticalSection(&rw->lock);
+    const TOV_Status readers = condDestroy(&rw->readers);
+    const TOV_Status writers = condDestroy(&rw->writers);
+    return readers != TOV_OK ? readers : writers;
+  });
 }
 
 // A woken thread waits once: the releaser reserved the lock for it.
