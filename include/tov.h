@@ -20,7 +20,7 @@
 #define TOV_API __declspec(dllimport)
 #endif
 
-#if defined(__GNUC__)
+#if defined(__GNUC__) && defined(_WIN32)
 #define TOV_PRINTF_LIKE(f, a) __attribute__((__format__(ms_printf, f, a)))
 #else
 #define TOV_PRINTF_LIKE(f, a)
@@ -577,13 +577,14 @@ TOV_API TOV_Status TOV_SktRecvBuf(TOV_Skt *socket, void *buffer, uint64_t length
 /* Writes the address's text into text (TOV_PRES_MAX_TEXT bytes serve every
  * family). TOV_ERR_INVALID_PARAMETER for another family, nothing written. */
 TOV_API TOV_Status TOV_SktNetToPresentation(const struct sockaddr *address, uint32_t flags,
-                                            char *text);
+                                            char *text) TOV_NOEXCEPT;
 /* Reads text into address, whose size in bytes is *addressSize (at least 2);
  * on TOV_OK *addressSize is the record's size (16, 14 or 28) and *flags tells
  * the parts found. TOV_ERR_BUFFER_TOO_SMALL leaves *addressSize unchanged;
  * TOV_ERR_INVALID_PARAMETER for a text that cannot be read. */
 TOV_API TOV_Status TOV_SktPresentationToNet(const char *text, uint32_t *flags,
-                                            struct sockaddr *address, uint64_t *addressSize);
+                                            struct sockaddr *address,
+                                            uint64_t *addressSize) TOV_NOEXCEPT;
 
 /* (end of socket address presentation) */
 
