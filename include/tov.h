@@ -125,7 +125,9 @@ typedef void *TOV_MemTag;
  * are ignored. Returns TOV_OK or the positive Winsock error of a failed
  * network start. */
 TOV_API TOV_Status TOV_Startup(void *module, int32_t reserved1, void *reserved2, void *reserved3);
-/* Ends one start; the last one tears the library down. */
+/* Ends one start; the last one tears the library down. A clean-up that
+ * finds no start left (the count already 0) still runs the teardown, Winsock
+ * clean-up included, so every clean-up must match a start. */
 TOV_API void TOV_Cleanup(void *reserved);
 /* *tagOut = owner. Never fails. */
 TOV_API TOV_Status TOV_AllocMemTag(void *owner, TOV_MemTag *tagOut);
@@ -148,6 +150,22 @@ TOV_API void TOV_DebugOutput(const char *format, ...) TOV_PRINTF_LIKE(1, 2);
 /* ------------------------------------------------------------------------ */
 /* Assertion dialog                                                         */
 /* ------------------------------------------------------------------------ */
+
+/* Reports a failed assertion in a modal dialog on the calling thread: the
+ * expression, the file name and the line (shown with its sign), with three
+ * buttons. Terminate, the default (Enter), ends the process with exit code
+ * 0xFFFFFFFF. Continue (Escape) and the caption's close box return. Debug is
+ * enabled only while a debugger is attached to the process; it then breaks
+ * into the debugger (DebugBreak) and returns.
+ * The report text holds at most 4095 characters. When the expression and the
+ * file name do not both fit, they are cut and end in "...": the file name
+ * keeps at least half of the room they share, the labels and the line number
+ * are always shown. A null string shows as empty.
+ * Works at any time (before TOV_Startup too) and on any thread, each call
+ * waiting for its own dialog. Where no dialog can be shown (no display), it
+ * returns at once. */
+TOV_API void TOV_AssertionFailed(const char *expression, const char *file,
+                                 int32_t line) TOV_NOEXCEPT;
 
 /* (end of assertion dialog) */
 
@@ -320,12 +338,16 @@ TOV_API TOV_Status TOV_FileCommit(TOV_FileHandle file);
 /* A second, inheritable handle to the same open file; it shares the position. */
 TOV_API TOV_Status TOV_FileDup(TOV_FileHandle file, TOV_FileHandle *copy);
 /* Reads at the current position, or at *position when position is not null
- * (then *position becomes the position after the read). At most 0xFFFFFFFF
- * bytes per call; *count always receives the bytes read. Nothing read gives
- * TOV_ERR_END_OF_DATA. */
+ * (then *position becomes the position after the read). Only the low 32 bits
+ * of *count reach the platform: a count of 0x100000000 (4 GiB) reads 0 bytes,
+ * one of 0x100000005 reads 5. *count always receives the bytes read. A read
+ * that moves no bytes gives TOV_ERR_END_OF_DATA, at the end of the file and
+ * after any failure alike (a failure the library has no code for is named on
+ * the debug output). */
 TOV_API TOV_Status TOV_FileRead(TOV_FileHandle file, uint64_t *position, void *buffer,
                                 uint64_t *count);
-/* Writes like TOV_FileRead reads; a write of 0 bytes succeeds. */
+/* Writes like TOV_FileRead reads, the same low 32 bits of *count included; a
+ * write of 0 bytes succeeds, and a failure gives its own status. */
 TOV_API TOV_Status TOV_FileWrite(TOV_FileHandle file, uint64_t *position, const void *data,
                                  uint64_t *count);
 /* Moves the position by offset from origin; newPosition may be null. */
@@ -349,11 +371,101 @@ TOV_API TOV_Status TOV_FileDelete(const char *path);
 /* Directories and paths                                                    */
 /* ------------------------------------------------------------------------ */
 
+/* A listing handle stands for a library record; TOV_DirClose frees it. */
+typedef void *TOV_DirHandle;
+
+/* Longest path the library builds or searches with, terminator included. */
+#define TOV_PATH_MAX 260
+
+/* Opens a listing of the entries of directory that match mask ("*" when
+ * mask is null); nothing is read yet. One trailing separator (backslash or
+ * forward slash) of directory is dropped; a directory that is a lone
+ * separator stands for the root of the current drive (not the current
+ * directory). The search pattern, directory + backslash + mask (mask alone
+ * for an empty directory), must fit TOV_PATH_MAX: a longer one gives
+ * TOV_ERR_PATH_TOO_LONG before the directory is looked at. A missing directory gives
+ * TOV_ERR_NOT_FOUND. *listing is written only on success. */
+TOV_API TOV_Status TOV_DirOpen(const char *directory, const char *mask,
+                               TOV_DirHandle *listing) TOV_NOEXCEPT;
+/* The next entry, "." and ".." included, in the platform's order (no sort).
+ * *name points into the listing and stays valid until the next read or the
+ * close; *attributes uses the TOV_FILE_ATTR_ flags (other platform bits are
+ * dropped). Any out argument may be null. TOV_ERR_END_OF_DATA at the end,
+ * at every read after it, and when nothing matches; nothing is written on
+ * failure. */
+TOV_API TOV_Status TOV_DirRead(TOV_DirHandle listing, const char **name, uint32_t *attributes,
+                               TOV_FileInfo *info) TOV_NOEXCEPT;
+/* Ends the search, frees the listing and sets *listing to 0, also when ending
+ * the search fails (that failure is returned). */
+TOV_API TOV_Status TOV_DirClose(TOV_DirHandle *listing) TOV_NOEXCEPT;
+/* One directory; its parent must exist (else TOV_ERR_NOT_FOUND). */
+TOV_API TOV_Status TOV_DirCreate(const char *path) TOV_NOEXCEPT;
+/* One empty directory. A directory that is not empty gives the C runtime's
+ * number for it (41), unmapped. */
+TOV_API TOV_Status TOV_DirDelete(const char *path) TOV_NOEXCEPT;
+/* Bytes the calling user may still use on the volume holding path. */
+TOV_API TOV_Status TOV_DirFreeSpace(const char *path, uint64_t *freeBytes) TOV_NOEXCEPT;
+/* Joins the components that are not null into path (TOV_PATH_MAX bytes),
+ * putting a backslash between two unless the text so far ends in one (a
+ * forward slash does not count). Components are copied as they stand; an
+ * empty one still adds a separator when one is due. A result longer than
+ * TOV_PATH_MAX - 1 characters gives TOV_ERR_PATH_TOO_LONG and leaves path
+ * empty; nothing is ever written past TOV_PATH_MAX bytes. */
+TOV_API TOV_Status TOV_PathBuild(const char *c1, const char *c2, const char *c3, const char *c4,
+                                 char *path) TOV_NOEXCEPT;
+
 /* (end of directories and paths) */
 
 /* ------------------------------------------------------------------------ */
 /* Modules                                                                  */
 /* ------------------------------------------------------------------------ */
+
+/* A module handle is the platform's own. One from TOV_ModLoad holds a load
+ * reference, which TOV_ModUnload gives back; one from TOV_ModGetHandle none.
+ * These functions, except TOV_ModGetHandle and TOV_ModGetFullPath, also work
+ * before TOV_Startup. */
+typedef void *TOV_ModHandle;
+
+/* Loads name; when that fails, name + ".dll" (also after a ".dll" already
+ * there), whose failure is returned. *module is null after a failure. A
+ * module that is not one the platform can load gives the platform's own
+ * number (ERROR_BAD_EXE_FORMAT, 193). */
+TOV_API TOV_Status TOV_ModLoad(const char *name, TOV_ModHandle *module) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_ModUnload(TOV_ModHandle module) TOV_NOEXCEPT;
+/* *address is null and the status TOV_ERR_SYMBOL_NOT_FOUND when module does
+ * not export symbol. */
+TOV_API TOV_Status TOV_ModResolveSym(TOV_ModHandle module, const char *symbol,
+                                     void **address) TOV_NOEXCEPT;
+/* Does nothing; TOV_OK. */
+TOV_API TOV_Status TOV_ModUnResolveSym(TOV_ModHandle module, void *address) TOV_NOEXCEPT;
+/* A module already loaded, without taking a reference; TOV_ERR_MODULE_NOT_FOUND
+ * when it is not loaded. *module is written only on success. */
+TOV_API TOV_Status TOV_ModGetHandle(const char *name, TOV_ModHandle *module) TOV_NOEXCEPT;
+/* The full path of module's file in path[0..size); a longer path is cut to
+ * size - 1 characters, terminated, and still TOV_OK. A null path, a size of
+ * 0, then a null module give TOV_ERR_INVALID_PARAMETER. The platform
+ * receives the low 32 bits of size. */
+TOV_API TOV_Status TOV_ModGetFullPath(TOV_ModHandle module, char *path, uint64_t size) TOV_NOEXCEPT;
+/* From the file of module (null: the program): its last-write time into
+ * *modified (seconds since 1970 UTC; best effort, never a failure, left as it
+ * was when the file cannot be opened without sharing or read), and its file
+ * version text into version[0..size), cut and terminated. The version is
+ * "0.0.0" when the file has no version record; a record without a
+ * translation table gives TOV_ERR_INVALID_MODULE and "0.0.0". Either out
+ * argument may be null (a version of size 0 counts as null). A path of 256
+ * characters or more is cut to 255 before the file is read. */
+TOV_API TOV_Status TOV_ModGetTimeVersion(TOV_ModHandle module, int64_t *modified, char *version,
+                                         uint32_t size) TOV_NOEXCEPT;
+/* TOV_OK when module is not null and names a loaded module's file, else
+ * TOV_ERR_INVALID_PARAMETER. */
+TOV_API TOV_Status TOV_ModValidateHandle(TOV_ModHandle module) TOV_NOEXCEPT;
+/* The file description of file's version record into description[0..size),
+ * cut and terminated (size 0: not touched). A file without a version record,
+ * or a missing file, gives TOV_OK and an empty text; a record without a
+ * translation table TOV_ERR_INVALID_MODULE. Nothing is compared: the caller
+ * judges the text. */
+TOV_API TOV_Status TOV_ModValidateName(const char *file, uint32_t size,
+                                       char *description) TOV_NOEXCEPT;
 
 /* (end of modules) */
 
@@ -447,7 +559,12 @@ TOV_API void TOV_ThreadExit(uint32_t exitCode);
 
 /* Every thread has a stack of description pointers that any thread may read.
  * Push and pop work on the calling thread's stack, whether or not the library
- * is started. */
+ * is started. A thread's stack goes when the thread ends; code that runs on
+ * it after tov's thread-end notice (the detach handler of a library loaded
+ * before tov) finds it empty, and a push there starts a new stack that stays
+ * until TOV_Cleanup. A thread that ends without that notice (one terminated)
+ * leaves its stack until TOV_Cleanup: a read by its id finds it, also once a
+ * new thread has that id, until the new thread pushes a stack of its own. */
 TOV_API TOV_Status TOV_ThreadPushDescriptionPtr(void *value);
 /* Drops the newest entry; TOV_ERR_NOT_FOUND when the stack is empty. */
 TOV_API TOV_Status TOV_ThreadPopDescriptionPtr(void);
@@ -456,7 +573,8 @@ TOV_API TOV_Status TOV_ThreadPopDescriptionPtr(void);
  * the depth exceeds the room. buffer may be null only with *count == 0. */
 TOV_API TOV_Status TOV_ThreadGetDescriptionPtrs(uint64_t threadId, void **buffer, uint32_t *count);
 
-/* Thread-local storage keys: the platform's slot index, zero-extended. */
+/* Thread-local storage keys: the platform's slot index, zero-extended. The
+ * functions that take a key use only its low 32 bits. */
 TOV_API TOV_Status TOV_TLSCreate(uint64_t *keyOut);
 /* Frees the slot and clears *key whatever the result. */
 TOV_API TOV_Status TOV_TLSDestroy(uint64_t *key);
@@ -470,17 +588,146 @@ TOV_API TOV_Status TOV_TLSSetValue(uint64_t key, void *value);
 /* Processes, threads, thread contexts                                      */
 /* ------------------------------------------------------------------------ */
 
+/* Process and thread ids are the system's 32-bit ids, zero-extended.
+ *
+ * The two listing calls fill ids with the ids found, in the system's order,
+ * as far as the array goes: *count is the array's size on entry and the
+ * number found on return (TOV_OK, or TOV_ERR_BUFFER_TOO_SMALL when that is
+ * larger than the array). ids may be null only with *count == 0, which asks
+ * for the number alone. Any other failure (no snapshot: the mapped system
+ * error) leaves *count unwritten. Processes and threads that start or end
+ * during a call may or may not be seen. */
+TOV_API TOV_Status TOV_SysEnumProcesses(uint64_t *ids, uint32_t *count) TOV_NOEXCEPT;
+/* The threads of process processId; an id no process has gives TOV_OK and 0. */
+TOV_API TOV_Status TOV_SysEnumThreads(uint64_t processId, uint64_t *ids,
+                                      uint32_t *count) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_SysGetCurrentProcessId(uint64_t *idOut) TOV_NOEXCEPT;
+
+/* A captured thread context: the thread of threadId (in process processId)
+ * held suspended, its registers read, ready for TOV_SysStackWalk. The record
+ * is allocated under the caller's tag; the thread does not run until
+ * TOV_SysFreeThreadCtx resumes it, so capture threads that hold no lock the
+ * capturing thread needs (the C runtime heap's, for instance). Capturing
+ * twice suspends twice: the thread runs again after both are freed. */
+typedef void *TOV_ThreadCtxHandle;
+/* The calling thread's own id, an id above 32 bits, a null tag or a null
+ * ctxOut give TOV_ERR_INVALID_PARAMETER; a thread that cannot be opened or
+ * read gives the mapped system error. *ctxOut is written only on success. */
+TOV_API TOV_Status TOV_SysAllocThreadCtx(TOV_MemTag tag, uint64_t processId, uint64_t threadId,
+                                         TOV_ThreadCtxHandle *ctxOut) TOV_NOEXCEPT;
+/* Resumes the thread once and frees the record. Always TOV_OK for a non-null
+ * record. */
+TOV_API TOV_Status TOV_SysFreeThreadCtx(TOV_ThreadCtxHandle ctx) TOV_NOEXCEPT;
+
 /* (end of processes, threads, thread contexts) */
 
 /* ------------------------------------------------------------------------ */
 /* Stack walk and symbols                                                   */
 /* ------------------------------------------------------------------------ */
 
+/* Walks the stack of a captured thread one frame per call. Set *address to 0
+ * before the first call; each TOV_OK call then leaves in it the next code
+ * address outwards: first the thread's instruction pointer, then each
+ * frame's return address, and 0 when the walk has ended. A step that fails
+ * returns the mapped system error and leaves *address as it was (a process
+ * that cannot be opened for reading is tried again on the next step).
+ * Frames past the first are found only in modules the symbol handler knows:
+ * make one TOV_SysGetSymbolInfo call for the process before walking. */
+TOV_API TOV_Status TOV_SysStackWalk(TOV_ThreadCtxHandle ctx, uint64_t *address) TOV_NOEXCEPT;
+
+/* Describes the code address of process processId (not 0). Each piece is
+ * looked up only when asked for: the name (nameSize > 0; the displacement
+ * with it), the source file and line (fileSize > 0 or lineOut), the module
+ * (moduleSize > 0 or any module out). Text is cut to fit its buffer and
+ * always terminated; a buffer may be null only with size 0. Names stay as the
+ * compiler's debug information gives them. Every piece asked for is emptied
+ * (text "", numbers 0) before its look-up, so a piece not found reads empty.
+ * The result is TOV_OK unless every one of the three pieces was asked for and
+ * none was found; it is then the name look-up's mapped error (its value
+ * differs between systems). moduleName receives the path the module was
+ * loaded from; its base, image size and link time stamp go to the outs.
+ *
+ * The first call starts the process's symbol handler, with line information
+ * and a search path made of the current directory, the executable's
+ * directory and the variables _NT_SYMBOL_PATH, _NT_ALTERNATE_SYMBOL_PATH and
+ * SYSTEMROOT, read then (at most 259 characters; a part that does not fit is
+ * left out). Every call offers the process's modules to the handler again,
+ * so modules loaded since are known. Calls of this function and of
+ * TOV_SysStackWalk are serialised inside the library. */
+TOV_API TOV_Status TOV_SysGetSymbolInfo(uint64_t processId, uint64_t address, char *name,
+                                        uint64_t nameSize, uint64_t *displacementOut, char *file,
+                                        uint64_t fileSize, uint32_t *lineOut, char *moduleName,
+                                        uint64_t moduleNameSize, uint64_t *moduleBaseOut,
+                                        uint64_t *moduleSizeOut,
+                                        uint64_t *moduleTimeStampOut) TOV_NOEXCEPT;
+
 /* (end of stack walk and symbols) */
 
 /* ------------------------------------------------------------------------ */
 /* Processor, time and identity                                             */
 /* ------------------------------------------------------------------------ */
+
+/* System-wide processor usage between two samples. A usage record keeps the
+ * last sample; it has no lock: its users serialise the calls on one record.
+ * Usage calls test the start-up count; the other calls of this section work
+ * at any time. */
+typedef struct TOV_CPUUsage TOV_CPUUsage;
+
+/* Writes 0 to *handleOut, takes a first sample and writes the new record.
+ * A failed sample gives the mapped system error, TOV_ERR_NO_MEMORY a failed
+ * allocation; *handleOut stays 0 then. */
+TOV_API TOV_Status TOV_GetCPUUsageHandle(TOV_CPUUsage **handleOut) TOV_NOEXCEPT;
+/* The share (0 to 100, truncated) of the time of all processors together that
+ * was not idle since the record's previous sample; the record then keeps the
+ * new sample. *percent is -1 on a failed sample (the mapped system error; the
+ * record keeps its sample). Two samples with no processor time between them
+ * (the system's counters move in steps of several milliseconds) give 0:
+ * nothing was seen busy. */
+TOV_API TOV_Status TOV_GetCPUUsagePercent(TOV_CPUUsage *handle, int32_t *percent) TOV_NOEXCEPT;
+/* Frees the record and clears *handle; a variable holding 0 frees nothing. */
+TOV_API TOV_Status TOV_FreeCPUUsageHandle(TOV_CPUUsage **handle) TOV_NOEXCEPT;
+
+/* The number of active processors. */
+TOV_API uint32_t TOV_GetNumberOfProcessors(void) TOV_NOEXCEPT;
+/* Seconds since the system started. The system's millisecond counter wraps
+ * after 49.7 days; a wrap is counted (4294967 s each) when the function is
+ * called at least once in every such period. */
+TOV_API uint32_t TOV_SecondsUp(void) TOV_NOEXCEPT;
+/* Suspends the calling thread for ms milliseconds; 0 gives up the rest of
+ * its time slice. */
+TOV_API void TOV_Sleep(uint32_t ms) TOV_NOEXCEPT;
+/* The wall-clock time: seconds since 1970-01-01 UTC and, when millis is not
+ * null, the milliseconds (0 to 999). seconds must be valid. */
+TOV_API void TOV_HiResTime(int64_t *seconds, uint32_t *millis) TOV_NOEXCEPT;
+/* Seconds to add to local time to get UTC (positive west of Greenwich),
+ * daylight saving time included while in effect. Read from the system at
+ * most once per 30 minutes; 0 until the system has answered once. */
+TOV_API int32_t TOV_TZOffset(void) TOV_NOEXCEPT;
+
+/* A 16-byte unique identifier in the system's layout. */
+typedef struct TOV_Guid {
+  uint32_t data1;
+  uint16_t data2;
+  uint16_t data3;
+  uint8_t data4[8];
+} TOV_Guid;
+
+/* Writes a new identifier from the system's generator; when the system
+ * cannot make one, four values of the C runtime's rand() (0 to 32767) fill
+ * the four 32-bit words, the generator seeded with the time once per
+ * process. Never fails; guid must be valid. */
+TOV_API void TOV_TmGuidGenerate(TOV_Guid *guid) TOV_NOEXCEPT;
+
+/* Pointer tests: TOV_OK when the memory may be executed, read, written or
+ * read as a string of at most maxLength characters (up to its terminator;
+ * wide != 0: 16-bit characters), else TOV_ERR_INVALID_PARAMETER. A read or
+ * write test of size 0 always passes. The tests never fault, but memory
+ * with a guard page must not be given to them: touching it is not caught. */
+TOV_API TOV_Status TOV_SysValidateCodePtr(const void *p) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_SysValidateReadPtr(const void *p, uint64_t size) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_SysValidateWritePtr(void *p, uint64_t size) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_SysValidateStringPtr(const void *p, uint64_t maxLength,
+                                            int32_t wide) TOV_NOEXCEPT;
 
 /* (end of processor, time and identity) */
 
@@ -542,6 +789,9 @@ TOV_API TOV_Status TOV_SktIOCtl(TOV_Skt *socket, uint32_t code, const void *inpu
 TOV_API TOV_Status TOV_SktSend(TOV_Skt *socket, struct _WSABUF *buffers, uint32_t count,
                                uint64_t *bytesSent, uint32_t flags, const struct sockaddr *to,
                                int32_t toLength, struct _OVERLAPPED *overlapped);
+/* Sends length bytes of data. Only the low 32 bits of length (as of every
+ * 64-bit length of the socket functions) reach the platform: a length of
+ * 0x100000000 (4 GiB) sends 0 bytes. */
 TOV_API TOV_Status TOV_SktSendBuf(TOV_Skt *socket, const void *data, uint64_t length,
                                   uint64_t *bytesSent, uint32_t flags, const struct sockaddr *to,
                                   int32_t toLength, struct _OVERLAPPED *overlapped);
@@ -550,6 +800,9 @@ TOV_API TOV_Status TOV_SktSendBuf(TOV_Skt *socket, const void *data, uint64_t le
 TOV_API TOV_Status TOV_SktReceive(TOV_Skt *socket, struct _WSABUF *buffers, uint32_t count,
                                   uint64_t *bytesReceived, uint32_t *flags, struct sockaddr *from,
                                   int32_t *fromLength, struct _OVERLAPPED *overlapped);
+/* Receives into length bytes of buffer, of which again only the low 32 bits
+ * count: a length of 0x100000000 receives 0 bytes and returns TOV_OK, as a
+ * stream does when the peer has shut down. */
 TOV_API TOV_Status TOV_SktRecvBuf(TOV_Skt *socket, void *buffer, uint64_t length,
                                   uint64_t *bytesReceived, uint32_t *flags, struct sockaddr *from,
                                   int32_t *fromLength, struct _OVERLAPPED *overlapped);

@@ -4,5 +4,8 @@
 namespace tov::seams {
 TOV_Status (*allocMemTag)(void *, TOV_MemTag *);
 int (*wsaStartup)(WORD, WSADATA *);
+DWORD (*tickCount)();
+long (*uuidCreate)(GUID *);
+bool failAllocations;
 } // namespace tov::seams
 #endif
