@@ -221,62 +221,69 @@ TOV_API char *TOV_strnzcpy(char *destination, const char *source, size_t size);
 
 /* Reading. The align functions skip 0 to N-1 bytes so that the cursor lies a
  * multiple of N bytes from base. */
-TOV_API TOV_Status TOV_BufGetByte(uint8_t **cursor, uint8_t *limit, uint8_t *value);
+TOV_API TOV_Status TOV_BufGetByte(uint8_t **cursor, uint8_t *limit, uint8_t *value) TOV_NOEXCEPT;
 TOV_API TOV_Status TOV_BufGetData(uint8_t **cursor, uint8_t *limit, uint64_t length,
-                                  void *destination);
-TOV_API TOV_Status TOV_BufGetHiLo16(uint8_t **cursor, uint8_t *limit, uint16_t *value);
-TOV_API TOV_Status TOV_BufGetHiLo32(uint8_t **cursor, uint8_t *limit, uint32_t *value);
-TOV_API TOV_Status TOV_BufGetHiLo64(uint8_t **cursor, uint8_t *limit, uint64_t *value);
-TOV_API TOV_Status TOV_BufGetLoHi16(uint8_t **cursor, uint8_t *limit, uint16_t *value);
-TOV_API TOV_Status TOV_BufGetLoHi32(uint8_t **cursor, uint8_t *limit, uint32_t *value);
-TOV_API TOV_Status TOV_BufGetLoHi64(uint8_t **cursor, uint8_t *limit, uint64_t *value);
-TOV_API TOV_Status TOV_BufGetNatv16(uint8_t **cursor, uint8_t *limit, uint16_t *value);
-TOV_API TOV_Status TOV_BufGetNatv32(uint8_t **cursor, uint8_t *limit, uint32_t *value);
-TOV_API TOV_Status TOV_BufGetNatv64(uint8_t **cursor, uint8_t *limit, uint64_t *value);
-TOV_API TOV_Status TOV_BufGetAlign16(uint8_t **cursor, uint8_t *limit, const uint8_t *base);
-TOV_API TOV_Status TOV_BufGetAlign32(uint8_t **cursor, uint8_t *limit, const uint8_t *base);
-TOV_API TOV_Status TOV_BufGetAlign64(uint8_t **cursor, uint8_t *limit, const uint8_t *base);
+                                  void *destination) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufGetHiLo16(uint8_t **cursor, uint8_t *limit, uint16_t *value) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufGetHiLo32(uint8_t **cursor, uint8_t *limit, uint32_t *value) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufGetHiLo64(uint8_t **cursor, uint8_t *limit, uint64_t *value) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufGetLoHi16(uint8_t **cursor, uint8_t *limit, uint16_t *value) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufGetLoHi32(uint8_t **cursor, uint8_t *limit, uint32_t *value) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufGetLoHi64(uint8_t **cursor, uint8_t *limit, uint64_t *value) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufGetNatv16(uint8_t **cursor, uint8_t *limit, uint16_t *value) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufGetNatv32(uint8_t **cursor, uint8_t *limit, uint32_t *value) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufGetNatv64(uint8_t **cursor, uint8_t *limit, uint64_t *value) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufGetAlign16(uint8_t **cursor, uint8_t *limit,
+                                     const uint8_t *base) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufGetAlign32(uint8_t **cursor, uint8_t *limit,
+                                     const uint8_t *base) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufGetAlign64(uint8_t **cursor, uint8_t *limit,
+                                     const uint8_t *base) TOV_NOEXCEPT;
 
 /* Writing. The align functions write 0 to N-1 zero bytes so that the cursor
  * lies a multiple of N bytes from base. */
-TOV_API TOV_Status TOV_BufPutByte(uint8_t **cursor, uint8_t *limit, uint8_t value);
+TOV_API TOV_Status TOV_BufPutByte(uint8_t **cursor, uint8_t *limit, uint8_t value) TOV_NOEXCEPT;
 TOV_API TOV_Status TOV_BufPutData(uint8_t **cursor, uint8_t *limit, uint64_t length,
-                                  const void *source);
-TOV_API TOV_Status TOV_BufPutHiLo16(uint8_t **cursor, uint8_t *limit, uint16_t value);
-TOV_API TOV_Status TOV_BufPutHiLo32(uint8_t **cursor, uint8_t *limit, uint32_t value);
-TOV_API TOV_Status TOV_BufPutHiLo64(uint8_t **cursor, uint8_t *limit, uint64_t value);
-TOV_API TOV_Status TOV_BufPutLoHi16(uint8_t **cursor, uint8_t *limit, uint16_t value);
-TOV_API TOV_Status TOV_BufPutLoHi32(uint8_t **cursor, uint8_t *limit, uint32_t value);
-TOV_API TOV_Status TOV_BufPutLoHi64(uint8_t **cursor, uint8_t *limit, uint64_t value);
-TOV_API TOV_Status TOV_BufPutNatv16(uint8_t **cursor, uint8_t *limit, uint16_t value);
-TOV_API TOV_Status TOV_BufPutNatv32(uint8_t **cursor, uint8_t *limit, uint32_t value);
-TOV_API TOV_Status TOV_BufPutNatv64(uint8_t **cursor, uint8_t *limit, uint64_t value);
-TOV_API TOV_Status TOV_BufPutAlign16(uint8_t **cursor, uint8_t *limit, const uint8_t *base);
-TOV_API TOV_Status TOV_BufPutAlign32(uint8_t **cursor, uint8_t *limit, const uint8_t *base);
-TOV_API TOV_Status TOV_BufPutAlign64(uint8_t **cursor, uint8_t *limit, const uint8_t *base);
+                                  const void *source) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufPutHiLo16(uint8_t **cursor, uint8_t *limit, uint16_t value) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufPutHiLo32(uint8_t **cursor, uint8_t *limit, uint32_t value) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufPutHiLo64(uint8_t **cursor, uint8_t *limit, uint64_t value) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufPutLoHi16(uint8_t **cursor, uint8_t *limit, uint16_t value) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufPutLoHi32(uint8_t **cursor, uint8_t *limit, uint32_t value) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufPutLoHi64(uint8_t **cursor, uint8_t *limit, uint64_t value) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufPutNatv16(uint8_t **cursor, uint8_t *limit, uint16_t value) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufPutNatv32(uint8_t **cursor, uint8_t *limit, uint32_t value) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufPutNatv64(uint8_t **cursor, uint8_t *limit, uint64_t value) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufPutAlign16(uint8_t **cursor, uint8_t *limit,
+                                     const uint8_t *base) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufPutAlign32(uint8_t **cursor, uint8_t *limit,
+                                     const uint8_t *base) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufPutAlign64(uint8_t **cursor, uint8_t *limit,
+                                     const uint8_t *base) TOV_NOEXCEPT;
 
 /* Reserving: *field receives the cursor, which then moves past 1, 2, 4 or 8
  * bytes left unwritten, for a put through a second cursor later. */
-TOV_API TOV_Status TOV_BufSkip8(uint8_t **cursor, uint8_t *limit, uint8_t **field);
-TOV_API TOV_Status TOV_BufSkip16(uint8_t **cursor, uint8_t *limit, uint8_t **field);
-TOV_API TOV_Status TOV_BufSkip32(uint8_t **cursor, uint8_t *limit, uint8_t **field);
-TOV_API TOV_Status TOV_BufSkip64(uint8_t **cursor, uint8_t *limit, uint8_t **field);
+TOV_API TOV_Status TOV_BufSkip8(uint8_t **cursor, uint8_t *limit, uint8_t **field) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufSkip16(uint8_t **cursor, uint8_t *limit, uint8_t **field) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufSkip32(uint8_t **cursor, uint8_t *limit, uint8_t **field) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_BufSkip64(uint8_t **cursor, uint8_t *limit, uint8_t **field) TOV_NOEXCEPT;
 
 /* Length-prefixed items: a LoHi 32-bit byte count, then the bytes. */
 /* Writes the low 32 bits of length, then the length bytes of source. */
 TOV_API TOV_Status TOV_BufPutSizedData(uint8_t **cursor, uint8_t *limit, uint64_t length,
-                                       const void *source);
+                                       const void *source) TOV_NOEXCEPT;
 /* *length receives the announced count (also when the item does not fit the
  * limit), *data a pointer to the item inside the buffer; nothing is copied. */
 TOV_API TOV_Status TOV_BufGetSizedData(uint8_t **cursor, uint8_t *limit, uint64_t *length,
-                                       uint8_t **data);
+                                       uint8_t **data) TOV_NOEXCEPT;
 /* Writes the string's 16-bit units and its terminator, each LoHi; the prefix
  * counts their bytes, 2 * (units + 1). */
-TOV_API TOV_Status TOV_BufPutUniStr(uint8_t **cursor, uint8_t *limit, const wchar_t *string);
+TOV_API TOV_Status TOV_BufPutUniStr(uint8_t **cursor, uint8_t *limit,
+                                    const wchar_t *string) TOV_NOEXCEPT;
 /* Copies the item's units (its terminator included, none added) into
  * destination of size bytes; TOV_ERR_BUFFER_TOO_SMALL when they do not fit. */
 TOV_API TOV_Status TOV_BufGetUniStr(uint8_t **cursor, uint8_t *limit, wchar_t *destination,
-                                    uint64_t size);
+                                    uint64_t size) TOV_NOEXCEPT;
 
 /* (end of byte buffer codec) */
 
