@@ -124,20 +124,21 @@ typedef void *TOV_MemTag;
  * library's module when the loader has not recorded one; the other arguments
  * are ignored. Returns TOV_OK or the positive Winsock error of a failed
  * network start. */
-TOV_API TOV_Status TOV_Startup(void *module, int32_t reserved1, void *reserved2, void *reserved3);
+TOV_API TOV_Status TOV_Startup(void *module, int32_t reserved1, void *reserved2,
+                               void *reserved3) TOV_NOEXCEPT;
 /* Ends one start; the last one tears the library down. A clean-up that
  * finds no start left (the count already 0) still runs the teardown, Winsock
  * clean-up included, so every clean-up must match a start. */
-TOV_API void TOV_Cleanup(void *reserved);
+TOV_API void TOV_Cleanup(void *reserved) TOV_NOEXCEPT;
 /* *tagOut = owner. Never fails. */
-TOV_API TOV_Status TOV_AllocMemTag(void *owner, TOV_MemTag *tagOut);
+TOV_API TOV_Status TOV_AllocMemTag(void *owner, TOV_MemTag *tagOut) TOV_NOEXCEPT;
 /* *tag = 0. */
-TOV_API void TOV_FreeMemTag(TOV_MemTag *tag);
+TOV_API void TOV_FreeMemTag(TOV_MemTag *tag) TOV_NOEXCEPT;
 /* The interface version, TOV_INTERFACE_VERSION. */
-TOV_API uint32_t TOV_GetVersion(void);
+TOV_API uint32_t TOV_GetVersion(void) TOV_NOEXCEPT;
 /* Index of the first element of list equal to value; 0xFFFFFFFF when there
  * is none, when list is null with count > 0, or before TOV_Startup. */
-TOV_API uint32_t findid(uint32_t value, const uint32_t *list, uint32_t count);
+TOV_API uint32_t findid(uint32_t value, const uint32_t *list, uint32_t count) TOV_NOEXCEPT;
 
 /* ------------------------------------------------------------------------ */
 /* Debug output                                                             */
@@ -145,7 +146,7 @@ TOV_API uint32_t findid(uint32_t value, const uint32_t *list, uint32_t count);
 
 /* Formats one line (at most 1022 characters, then "\n") and hands it to the
  * system debugger. Works at any time. */
-TOV_API void TOV_DebugOutput(const char *format, ...) TOV_PRINTF_LIKE(1, 2);
+TOV_API void TOV_DebugOutput(const char *format, ...) TOV_NOEXCEPT TOV_PRINTF_LIKE(1, 2);
 
 /* ------------------------------------------------------------------------ */
 /* Assertion dialog                                                         */
@@ -175,37 +176,38 @@ TOV_API void TOV_AssertionFailed(const char *expression, const char *file,
 
 /* The tag names the owner and is otherwise unused. Blocks come from the C
  * runtime heap and go back with TOV_free. */
-TOV_API int32_t TOV_ValidateHeapPtr(void *p);
-TOV_API void *TOV_malloc(TOV_MemTag tag, size_t size);
+TOV_API int32_t TOV_ValidateHeapPtr(void *p) TOV_NOEXCEPT;
+TOV_API void *TOV_malloc(TOV_MemTag tag, size_t size) TOV_NOEXCEPT;
 /* count * size bytes, zeroed; null when the product does not fit 64 bits. */
-TOV_API void *TOV_calloc(TOV_MemTag tag, size_t count, size_t size);
-TOV_API void *TOV_realloc(TOV_MemTag tag, void *block, size_t size);
-TOV_API void TOV_free(void *block);
-TOV_API char *TOV_strdup(TOV_MemTag tag, const char *s);
-TOV_API wchar_t *TOV_wcsdup(TOV_MemTag tag, const wchar_t *w);
+TOV_API void *TOV_calloc(TOV_MemTag tag, size_t count, size_t size) TOV_NOEXCEPT;
+TOV_API void *TOV_realloc(TOV_MemTag tag, void *block, size_t size) TOV_NOEXCEPT;
+TOV_API void TOV_free(void *block) TOV_NOEXCEPT;
+TOV_API char *TOV_strdup(TOV_MemTag tag, const char *s) TOV_NOEXCEPT;
+TOV_API wchar_t *TOV_wcsdup(TOV_MemTag tag, const wchar_t *w) TOV_NOEXCEPT;
 
 /* Full-barrier operations on an 8-byte aligned 64-bit variable. */
-TOV_API int64_t TOV_AtomicIncrement(volatile int64_t *target);                   /* new value */
-TOV_API int64_t TOV_AtomicDecrement(volatile int64_t *target);                   /* new value */
-TOV_API int64_t TOV_AtomicExchange(volatile int64_t *target, int64_t value);     /* old */
-TOV_API int64_t TOV_AtomicExchangeAdd(volatile int64_t *target, int64_t addend); /* old */
+TOV_API int64_t TOV_AtomicIncrement(volatile int64_t *target) TOV_NOEXCEPT; /* new value */
+TOV_API int64_t TOV_AtomicDecrement(volatile int64_t *target) TOV_NOEXCEPT; /* new value */
+TOV_API int64_t TOV_AtomicExchange(volatile int64_t *target, int64_t value) TOV_NOEXCEPT; /* old */
+TOV_API int64_t TOV_AtomicExchangeAdd(volatile int64_t *target,
+                                      int64_t addend) TOV_NOEXCEPT; /* old */
 /* If *target == comparand, *target = exchange. Returns the old value. */
 TOV_API int64_t TOV_AtomicCmpExchange(volatile int64_t *target, int64_t comparand,
-                                      int64_t exchange);
+                                      int64_t exchange) TOV_NOEXCEPT;
 
 /* A spin lock is an 8-byte aligned 64-bit word: 0 free, 1 held. Not
  * recursive, no owner. */
 typedef int64_t TOV_SpinLock;
-TOV_API void TOV_EnterSpinLock(volatile TOV_SpinLock *lock);
+TOV_API void TOV_EnterSpinLock(volatile TOV_SpinLock *lock) TOV_NOEXCEPT;
 /* 1 when the caller now holds the lock, 0 when it was held. */
-TOV_API int32_t TOV_TryEnterSpinLock(volatile TOV_SpinLock *lock);
-TOV_API void TOV_LeaveSpinLock(volatile TOV_SpinLock *lock);
+TOV_API int32_t TOV_TryEnterSpinLock(volatile TOV_SpinLock *lock) TOV_NOEXCEPT;
+TOV_API void TOV_LeaveSpinLock(volatile TOV_SpinLock *lock) TOV_NOEXCEPT;
 
 /* cursor advanced to the next multiple of 4 bytes from base, or null when
  * that lies past limit (a null limit always gives null). */
-TOV_API uint8_t *TOV_align32(uint8_t *base, uint8_t *cursor, uint8_t *limit);
+TOV_API uint8_t *TOV_align32(uint8_t *base, uint8_t *cursor, uint8_t *limit) TOV_NOEXCEPT;
 /* Copies at most size - 1 bytes and always terminates; size >= 1. */
-TOV_API char *TOV_strnzcpy(char *destination, const char *source, size_t size);
+TOV_API char *TOV_strnzcpy(char *destination, const char *source, size_t size) TOV_NOEXCEPT;
 
 /* ------------------------------------------------------------------------ */
 /* Byte buffer codec                                                        */
@@ -337,13 +339,13 @@ typedef struct TOV_FileInfo {
 
 /* Opens or creates path; *file is written only on success. */
 TOV_API TOV_Status TOV_FileOpen(const char *path, uint32_t openFlags, uint32_t shareFlags,
-                                uint32_t attributes, TOV_FileHandle *file);
+                                uint32_t attributes, TOV_FileHandle *file) TOV_NOEXCEPT;
 /* Closes *file and sets it to 0, also when the close fails. */
-TOV_API TOV_Status TOV_FileClose(TOV_FileHandle *file);
+TOV_API TOV_Status TOV_FileClose(TOV_FileHandle *file) TOV_NOEXCEPT;
 /* Writes the file's buffered data to the device. */
-TOV_API TOV_Status TOV_FileCommit(TOV_FileHandle file);
+TOV_API TOV_Status TOV_FileCommit(TOV_FileHandle file) TOV_NOEXCEPT;
 /* A second, inheritable handle to the same open file; it shares the position. */
-TOV_API TOV_Status TOV_FileDup(TOV_FileHandle file, TOV_FileHandle *copy);
+TOV_API TOV_Status TOV_FileDup(TOV_FileHandle file, TOV_FileHandle *copy) TOV_NOEXCEPT;
 /* Reads at the current position, or at *position when position is not null
  * (then *position becomes the position after the read). Only the low 32 bits
  * of *count reach the platform: a count of 0x100000000 (4 GiB) reads 0 bytes,
@@ -352,25 +354,25 @@ TOV_API TOV_Status TOV_FileDup(TOV_FileHandle file, TOV_FileHandle *copy);
  * after any failure alike (a failure the library has no code for is named on
  * the debug output). */
 TOV_API TOV_Status TOV_FileRead(TOV_FileHandle file, uint64_t *position, void *buffer,
-                                uint64_t *count);
+                                uint64_t *count) TOV_NOEXCEPT;
 /* Writes like TOV_FileRead reads, the same low 32 bits of *count included; a
  * write of 0 bytes succeeds, and a failure gives its own status. */
 TOV_API TOV_Status TOV_FileWrite(TOV_FileHandle file, uint64_t *position, const void *data,
-                                 uint64_t *count);
+                                 uint64_t *count) TOV_NOEXCEPT;
 /* Moves the position by offset from origin; newPosition may be null. */
 TOV_API TOV_Status TOV_FileSeek(TOV_FileHandle file, int64_t offset, uint32_t origin,
-                                uint64_t *newPosition);
-TOV_API TOV_Status TOV_FileTell(TOV_FileHandle file, uint64_t *position);
-TOV_API TOV_Status TOV_FileSize(TOV_FileHandle file, uint64_t *size);
+                                uint64_t *newPosition) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_FileTell(TOV_FileHandle file, uint64_t *position) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_FileSize(TOV_FileHandle file, uint64_t *size) TOV_NOEXCEPT;
 /* Extends or cuts the file to size (at most 0x7FFFFFFFFFFFFFFF) and leaves
  * the position there. */
-TOV_API TOV_Status TOV_FileSetSize(TOV_FileHandle file, uint64_t size);
-TOV_API TOV_Status TOV_FileInfoByHandle(TOV_FileHandle file, TOV_FileInfo *info);
+TOV_API TOV_Status TOV_FileSetSize(TOV_FileHandle file, uint64_t size) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_FileInfoByHandle(TOV_FileHandle file, TOV_FileInfo *info) TOV_NOEXCEPT;
 /* Also works for directories. */
-TOV_API TOV_Status TOV_FileInfoByName(const char *path, TOV_FileInfo *info);
+TOV_API TOV_Status TOV_FileInfoByName(const char *path, TOV_FileInfo *info) TOV_NOEXCEPT;
 /* The platform's own attribute word (FILE_ATTRIBUTE_...), not the flags above. */
-TOV_API TOV_Status TOV_FileGetAttrib(const char *path, uint32_t *attributes);
-TOV_API TOV_Status TOV_FileDelete(const char *path);
+TOV_API TOV_Status TOV_FileGetAttrib(const char *path, uint32_t *attributes) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_FileDelete(const char *path) TOV_NOEXCEPT;
 
 /* (end of files) */
 
@@ -497,41 +499,41 @@ typedef void *TOV_LMutexHandle;
 
 /* name may be null; manualReset and initiallySet are flags (non-zero = true). */
 TOV_API TOV_Status TOV_EventCreate(const char *name, int32_t manualReset, int32_t initiallySet,
-                                   TOV_EventHandle *handleOut);
-TOV_API TOV_Status TOV_EventDestroy(TOV_EventHandle *handle);
-TOV_API TOV_Status TOV_EventSet(TOV_EventHandle handle);
-TOV_API TOV_Status TOV_EventReset(TOV_EventHandle handle);
+                                   TOV_EventHandle *handleOut) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_EventDestroy(TOV_EventHandle *handle) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_EventSet(TOV_EventHandle handle) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_EventReset(TOV_EventHandle handle) TOV_NOEXCEPT;
 /* Releases the threads waiting right now (all, or one for auto-reset) and
  * leaves the event reset. */
-TOV_API TOV_Status TOV_EventPulse(TOV_EventHandle handle);
-TOV_API TOV_Status TOV_EventWait(TOV_EventHandle handle, uint32_t timeoutMs);
+TOV_API TOV_Status TOV_EventPulse(TOV_EventHandle handle) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_EventWait(TOV_EventHandle handle, uint32_t timeoutMs) TOV_NOEXCEPT;
 
 /* Created not owned. Releasing a mutex the caller does not own gives the
  * unmapped system error 288. Acquiring a mutex whose owner ended without
  * releasing it succeeds (TOV_OK): the caller owns it then. */
-TOV_API TOV_Status TOV_MutexCreate(const char *name, TOV_MutexHandle *handleOut);
-TOV_API TOV_Status TOV_MutexDestroy(TOV_MutexHandle *handle);
-TOV_API TOV_Status TOV_MutexAcquire(TOV_MutexHandle handle);
+TOV_API TOV_Status TOV_MutexCreate(const char *name, TOV_MutexHandle *handleOut) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_MutexDestroy(TOV_MutexHandle *handle) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_MutexAcquire(TOV_MutexHandle handle) TOV_NOEXCEPT;
 /* TOV_ERR_TIMEOUT when another thread owns the mutex. */
-TOV_API TOV_Status TOV_MutexTryAcquire(TOV_MutexHandle handle);
-TOV_API TOV_Status TOV_MutexRelease(TOV_MutexHandle handle);
+TOV_API TOV_Status TOV_MutexTryAcquire(TOV_MutexHandle handle) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_MutexRelease(TOV_MutexHandle handle) TOV_NOEXCEPT;
 
 /* initialCount must not exceed maximumCount. */
 TOV_API TOV_Status TOV_SemCreate(const char *name, uint32_t initialCount, uint32_t maximumCount,
-                                 TOV_SemHandle *handleOut);
-TOV_API TOV_Status TOV_SemDestroy(TOV_SemHandle *handle);
-TOV_API TOV_Status TOV_SemAcquire(TOV_SemHandle handle, uint32_t timeoutMs);
+                                 TOV_SemHandle *handleOut) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_SemDestroy(TOV_SemHandle *handle) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_SemAcquire(TOV_SemHandle handle, uint32_t timeoutMs) TOV_NOEXCEPT;
 /* Adds count; TOV_ERR_TOO_MANY_POSTS (count unchanged) past the maximum. */
-TOV_API TOV_Status TOV_SemSignal(TOV_SemHandle handle, uint32_t count);
+TOV_API TOV_Status TOV_SemSignal(TOV_SemHandle handle, uint32_t count) TOV_NOEXCEPT;
 
 /* The spin count applies where the platform offers it. */
-TOV_API TOV_Status TOV_LMutexCreate(TOV_LMutexHandle *handleOut, uint32_t spinCount);
-TOV_API TOV_Status TOV_LMutexDestroy(TOV_LMutexHandle *handle);
+TOV_API TOV_Status TOV_LMutexCreate(TOV_LMutexHandle *handleOut, uint32_t spinCount) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_LMutexDestroy(TOV_LMutexHandle *handle) TOV_NOEXCEPT;
 /* TOV_ERR_INVALID_HANDLE for a null handle. */
-TOV_API TOV_Status TOV_LMutexAcquire(TOV_LMutexHandle handle);
+TOV_API TOV_Status TOV_LMutexAcquire(TOV_LMutexHandle handle) TOV_NOEXCEPT;
 /* Never waits: TOV_ERR_TIMEOUT when another thread holds the lock. */
-TOV_API TOV_Status TOV_LMutexTryAcquire(TOV_LMutexHandle handle);
-TOV_API TOV_Status TOV_LMutexRelease(TOV_LMutexHandle handle);
+TOV_API TOV_Status TOV_LMutexTryAcquire(TOV_LMutexHandle handle) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_LMutexRelease(TOV_LMutexHandle handle) TOV_NOEXCEPT;
 
 /* (end of mutexes, events, semaphores, lmutexes) */
 
@@ -552,17 +554,18 @@ typedef uint32_t (*TOV_ThreadRoutine)(void *argument);
 /* Starts routine(argument) at once. stackSize 0 = the platform's default.
  * With a null handleOut the thread runs detached. */
 TOV_API TOV_Status TOV_ThreadCreate(TOV_ThreadRoutine routine, void *argument, uint32_t stackSize,
-                                    TOV_ThreadHandle *handleOut);
+                                    TOV_ThreadHandle *handleOut) TOV_NOEXCEPT;
 /* Closes the handle; the thread itself runs on. */
-TOV_API TOV_Status TOV_ThreadDestroy(TOV_ThreadHandle *handle);
+TOV_API TOV_Status TOV_ThreadDestroy(TOV_ThreadHandle *handle) TOV_NOEXCEPT;
 /* TOV_OK once the thread has ended, else TOV_ERR_TIMEOUT after timeoutMs. */
-TOV_API TOV_Status TOV_ThreadWait(TOV_ThreadHandle handle, uint32_t timeoutMs);
+TOV_API TOV_Status TOV_ThreadWait(TOV_ThreadHandle handle, uint32_t timeoutMs) TOV_NOEXCEPT;
 /* TOV_ERR_STILL_RUNNING (nothing written) while the thread runs. */
-TOV_API TOV_Status TOV_ThreadGetExitCode(TOV_ThreadHandle handle, uint32_t *exitCodeOut);
-TOV_API TOV_Status TOV_ThreadGetID(TOV_ThreadHandle handle, uint64_t *idOut);
-TOV_API uint64_t TOV_ThreadGetCurrentID(void);
+TOV_API TOV_Status TOV_ThreadGetExitCode(TOV_ThreadHandle handle,
+                                         uint32_t *exitCodeOut) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_ThreadGetID(TOV_ThreadHandle handle, uint64_t *idOut) TOV_NOEXCEPT;
+TOV_API uint64_t TOV_ThreadGetCurrentID(void) TOV_NOEXCEPT;
 /* Ends the calling thread with exitCode; does not return. */
-TOV_API void TOV_ThreadExit(uint32_t exitCode);
+TOV_API void TOV_ThreadExit(uint32_t exitCode) TOV_NOEXCEPT;
 
 /* Every thread has a stack of description pointers that any thread may read.
  * Push and pop work on the calling thread's stack, whether or not the library
@@ -572,22 +575,23 @@ TOV_API void TOV_ThreadExit(uint32_t exitCode);
  * until TOV_Cleanup. A thread that ends without that notice (one terminated)
  * leaves its stack until TOV_Cleanup: a read by its id finds it, also once a
  * new thread has that id, until the new thread pushes a stack of its own. */
-TOV_API TOV_Status TOV_ThreadPushDescriptionPtr(void *value);
+TOV_API TOV_Status TOV_ThreadPushDescriptionPtr(void *value) TOV_NOEXCEPT;
 /* Drops the newest entry; TOV_ERR_NOT_FOUND when the stack is empty. */
-TOV_API TOV_Status TOV_ThreadPopDescriptionPtr(void);
+TOV_API TOV_Status TOV_ThreadPopDescriptionPtr(void) TOV_NOEXCEPT;
 /* Copies the stack of thread threadId (0 = the caller), newest first, into
  * buffer[0..*count). *count becomes the depth; TOV_ERR_BUFFER_TOO_SMALL when
  * the depth exceeds the room. buffer may be null only with *count == 0. */
-TOV_API TOV_Status TOV_ThreadGetDescriptionPtrs(uint64_t threadId, void **buffer, uint32_t *count);
+TOV_API TOV_Status TOV_ThreadGetDescriptionPtrs(uint64_t threadId, void **buffer,
+                                                uint32_t *count) TOV_NOEXCEPT;
 
 /* Thread-local storage keys: the platform's slot index, zero-extended. The
  * functions that take a key use only its low 32 bits. */
-TOV_API TOV_Status TOV_TLSCreate(uint64_t *keyOut);
+TOV_API TOV_Status TOV_TLSCreate(uint64_t *keyOut) TOV_NOEXCEPT;
 /* Frees the slot and clears *key whatever the result. */
-TOV_API TOV_Status TOV_TLSDestroy(uint64_t *key);
+TOV_API TOV_Status TOV_TLSDestroy(uint64_t *key) TOV_NOEXCEPT;
 /* A slot never set reads as null with TOV_OK. */
-TOV_API TOV_Status TOV_TLSGetValue(uint64_t key, void **valueOut);
-TOV_API TOV_Status TOV_TLSSetValue(uint64_t key, void *value);
+TOV_API TOV_Status TOV_TLSGetValue(uint64_t key, void **valueOut) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_TLSSetValue(uint64_t key, void *value) TOV_NOEXCEPT;
 
 /* (end of threads, thread descriptions, thread-local storage) */
 
@@ -762,57 +766,57 @@ typedef struct TOV_Skt TOV_Skt;
 #define TOV_SO_REUSEPORT 0x200
 
 TOV_API TOV_Status TOV_SktCreate(int32_t family, int32_t type, int32_t protocol,
-                                 TOV_Skt **socketOut);
+                                 TOV_Skt **socketOut) TOV_NOEXCEPT;
 /* Closes the socket, frees the object and clears *socket, also when the
  * close fails; returns the close's status. */
-TOV_API TOV_Status TOV_SktDestroy(TOV_Skt **socket);
+TOV_API TOV_Status TOV_SktDestroy(TOV_Skt **socket) TOV_NOEXCEPT;
 TOV_API TOV_Status TOV_SktBind(TOV_Skt *socket, const struct sockaddr *address,
-                               uint64_t addressLength);
-TOV_API TOV_Status TOV_SktListen(TOV_Skt *socket, int32_t backlog);
+                               uint64_t addressLength) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_SktListen(TOV_Skt *socket, int32_t backlog) TOV_NOEXCEPT;
 /* peer and peerLength may be null. */
 TOV_API TOV_Status TOV_SktAccept(TOV_Skt *listener, TOV_Skt **socketOut, struct sockaddr *peer,
-                                 int32_t *peerLength);
+                                 int32_t *peerLength) TOV_NOEXCEPT;
 /* A non-blocking socket that cannot connect at once gives TOV_ERR_NET_WOULDBLOCK. */
 TOV_API TOV_Status TOV_SktConnect(TOV_Skt *socket, const struct sockaddr *address,
-                                  uint64_t addressLength);
+                                  uint64_t addressLength) TOV_NOEXCEPT;
 /* how: 0 receive, 1 send, 2 both. */
-TOV_API TOV_Status TOV_SktShutdown(TOV_Skt *socket, int32_t how);
+TOV_API TOV_Status TOV_SktShutdown(TOV_Skt *socket, int32_t how) TOV_NOEXCEPT;
 /* *addressLength: the buffer's size going in, the address's size coming out. */
 TOV_API TOV_Status TOV_SktGetLocalAddress(TOV_Skt *socket, struct sockaddr *address,
-                                          int32_t *addressLength);
+                                          int32_t *addressLength) TOV_NOEXCEPT;
 TOV_API TOV_Status TOV_SktGetRemoteAddress(TOV_Skt *socket, struct sockaddr *address,
-                                           int32_t *addressLength);
+                                           int32_t *addressLength) TOV_NOEXCEPT;
 /* *valueLength: the buffer's size going in, the value's size coming out. */
 TOV_API TOV_Status TOV_SktGetOption(TOV_Skt *socket, int32_t level, int32_t name, void *value,
-                                    uint64_t *valueLength);
+                                    uint64_t *valueLength) TOV_NOEXCEPT;
 TOV_API TOV_Status TOV_SktSetOption(TOV_Skt *socket, int32_t level, int32_t name, const void *value,
-                                    uint64_t valueLength);
+                                    uint64_t valueLength) TOV_NOEXCEPT;
 /* *outputLength (may be null): the output buffer's size going in, the bytes
  * returned coming out. */
 TOV_API TOV_Status TOV_SktIOCtl(TOV_Skt *socket, uint32_t code, const void *input,
                                 uint64_t inputLength, void *output, uint64_t *outputLength,
-                                struct _OVERLAPPED *overlapped);
+                                struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
 /* Sends from a buffer list; to (may be null) makes it a send to that address. */
 TOV_API TOV_Status TOV_SktSend(TOV_Skt *socket, struct _WSABUF *buffers, uint32_t count,
                                uint64_t *bytesSent, uint32_t flags, const struct sockaddr *to,
-                               int32_t toLength, struct _OVERLAPPED *overlapped);
+                               int32_t toLength, struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
 /* Sends length bytes of data. Only the low 32 bits of length (as of every
  * 64-bit length of the socket functions) reach the platform: a length of
  * 0x100000000 (4 GiB) sends 0 bytes. */
 TOV_API TOV_Status TOV_SktSendBuf(TOV_Skt *socket, const void *data, uint64_t length,
                                   uint64_t *bytesSent, uint32_t flags, const struct sockaddr *to,
-                                  int32_t toLength, struct _OVERLAPPED *overlapped);
+                                  int32_t toLength, struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
 /* Receives into a buffer list; from (may be null) receives the source
  * address. 0 bytes on a stream: the peer has shut down its side. */
 TOV_API TOV_Status TOV_SktReceive(TOV_Skt *socket, struct _WSABUF *buffers, uint32_t count,
                                   uint64_t *bytesReceived, uint32_t *flags, struct sockaddr *from,
-                                  int32_t *fromLength, struct _OVERLAPPED *overlapped);
+                                  int32_t *fromLength, struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
 /* Receives into length bytes of buffer, of which again only the low 32 bits
  * count: a length of 0x100000000 receives 0 bytes and returns TOV_OK, as a
  * stream does when the peer has shut down. */
 TOV_API TOV_Status TOV_SktRecvBuf(TOV_Skt *socket, void *buffer, uint64_t length,
                                   uint64_t *bytesReceived, uint32_t *flags, struct sockaddr *from,
-                                  int32_t *fromLength, struct _OVERLAPPED *overlapped);
+                                  int32_t *fromLength, struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
 
 /* (end of sockets) */
 
@@ -877,29 +881,31 @@ typedef struct TOV_FDSResult {
 } TOV_FDSResult;
 
 /* Called per entry by TOV_FDSEnumerate and TOV_FDSDestroy, in ascending
- * handle order; a non-zero return stops the walk. */
+ * handle order; a non-zero return stops the walk. A C++ callback must not
+ * throw: nothing in the library catches, and the set would be left
+ * half-walked. */
 typedef TOV_Status (*TOV_FDSCallback)(TOV_Skt *socket, uint32_t flags, uint64_t context);
 
 /* sizeHint: slots of the first index growth (0 counts as 1); doubles after. */
-TOV_API TOV_Status TOV_FDSCreate(uint32_t sizeHint, TOV_FDS **setOut);
+TOV_API TOV_Status TOV_FDSCreate(uint32_t sizeHint, TOV_FDS **setOut) TOV_NOEXCEPT;
 /* Calls callback (may be null) per entry until it returns non-zero, frees
  * the set and clears *set. Returns TOV_OK whatever the callback returned. */
-TOV_API TOV_Status TOV_FDSDestroy(TOV_FDS **set, TOV_FDSCallback callback);
+TOV_API TOV_Status TOV_FDSDestroy(TOV_FDS **set, TOV_FDSCallback callback) TOV_NOEXCEPT;
 /* flags must not be 0. TOV_ERR_ALREADY_EXISTS when the handle is in the set. */
 TOV_API TOV_Status TOV_FDSAssociate(TOV_FDS *set, TOV_Skt *socket, uint32_t flags,
-                                    uint64_t context);
+                                    uint64_t context) TOV_NOEXCEPT;
 /* Sets the flags (TOV_FDS_SET_FLAGS, 0 allowed) and/or the context
  * (TOV_FDS_SET_CONTEXT) from *flags and *context, then stores the previous
  * values through each non-null pointer; what = 0 only reads. */
 TOV_API TOV_Status TOV_FDSModify(TOV_FDS *set, TOV_Skt *socket, uint32_t what, uint32_t *flags,
-                                 uint64_t *context);
+                                 uint64_t *context) TOV_NOEXCEPT;
 /* Removes the handle's entry and stores its context (context may be null). */
-TOV_API TOV_Status TOV_FDSRemove(TOV_FDS *set, TOV_Skt *socket, uint64_t *context);
+TOV_API TOV_Status TOV_FDSRemove(TOV_FDS *set, TOV_Skt *socket, uint64_t *context) TOV_NOEXCEPT;
 /* Entries with each interest that which selects, summed per interest. */
-TOV_API TOV_Status TOV_FDSCount(TOV_FDS *set, uint32_t *count, uint32_t which);
+TOV_API TOV_Status TOV_FDSCount(TOV_FDS *set, uint32_t *count, uint32_t which) TOV_NOEXCEPT;
 /* Returns the first non-zero callback result, TOV_OK otherwise. The callback
  * must not change the set. */
-TOV_API TOV_Status TOV_FDSEnumerate(TOV_FDS *set, TOV_FDSCallback callback);
+TOV_API TOV_Status TOV_FDSEnumerate(TOV_FDS *set, TOV_FDSCallback callback) TOV_NOEXCEPT;
 /* Waits (timeoutMs, 0xFFFFFFFF without limit) until entries with the
  * interests in which are ready; fills one record per ready socket and
  * interest, read records first, then write, then except. *count: the
@@ -907,7 +913,7 @@ TOV_API TOV_Status TOV_FDSEnumerate(TOV_FDS *set, TOV_FDSCallback callback);
  * TOV_ERR_BUFFER_TOO_SMALL when that is larger (the array then holds the
  * first ones). TOV_ERR_TIMEOUT leaves *count alone. */
 TOV_API TOV_Status TOV_FDSSelect(TOV_FDS *set, uint32_t which, TOV_FDSResult *results,
-                                 uint32_t *count, uint32_t timeoutMs);
+                                 uint32_t *count, uint32_t timeoutMs) TOV_NOEXCEPT;
 
 /* (end of socket sets) */
 
@@ -928,21 +934,23 @@ typedef struct TOV_IOCPort TOV_IOCPort;
 
 /* concurrency: how many waiting threads the system lets run at once; 0 means
  * one per processor. */
-TOV_API TOV_Status TOV_IOCPortCreate(uint32_t concurrency, TOV_IOCPort **portOut);
+TOV_API TOV_Status TOV_IOCPortCreate(uint32_t concurrency, TOV_IOCPort **portOut) TOV_NOEXCEPT;
 /* Closes the port, frees the object and clears *port, also when the close
  * fails; returns the close's status. */
-TOV_API TOV_Status TOV_IOCPortDestroy(TOV_IOCPort **port);
+TOV_API TOV_Status TOV_IOCPortDestroy(TOV_IOCPort **port) TOV_NOEXCEPT;
 /* Ties the socket to the port: its overlapped operations complete there with key. */
-TOV_API TOV_Status TOV_IOCPortAssociate(TOV_IOCPort *port, TOV_Skt *socket, uint64_t key);
+TOV_API TOV_Status TOV_IOCPortAssociate(TOV_IOCPort *port, TOV_Skt *socket,
+                                        uint64_t key) TOV_NOEXCEPT;
 /* Posts a completion of one's own; a waiter receives exactly these values. */
 TOV_API TOV_Status TOV_IOCPortSignal(TOV_IOCPort *port, uint32_t byteCount, uint64_t key,
-                                     struct _OVERLAPPED *overlapped);
+                                     struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
 /* Waits up to timeoutMs (0xFFFFFFFF: no limit, 0: only looks) for the next
  * completion. key is required; byteCount and overlapped may be null and are
  * written only on TOV_OK. Returns TOV_IOCPORT_WAIT_TIMEOUT when nothing came,
  * or the failure of a dequeued operation, whose key is then in *key. */
 TOV_API TOV_Status TOV_IOCPortWait(TOV_IOCPort *port, uint64_t *byteCount, uint64_t *key,
-                                   struct _OVERLAPPED **overlapped, uint32_t timeoutMs);
+                                   struct _OVERLAPPED **overlapped,
+                                   uint32_t timeoutMs) TOV_NOEXCEPT;
 
 /* (end of i/o completion ports) */
 
