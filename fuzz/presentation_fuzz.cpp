@@ -21,7 +21,12 @@
 #include <string>
 #include <strings.h>
 
-using namespace tov::net;
+using tov::net::AddrIPv4;
+using tov::net::AddrIPv6;
+using tov::net::AddrIPX;
+using tov::net::kFamilyIPv4;
+using tov::net::kFamilyIPv6;
+using tov::net::kFamilyIPX;
 using tovfuzz::CString;
 using tovfuzz::kCanary;
 using tovfuzz::Tail;

@@ -13,7 +13,14 @@
 
 namespace {
 
-using namespace tov::net;
+using tov::net::AddrIPv4;
+using tov::net::AddrIPv6;
+using tov::net::AddrIPX;
+using tov::net::kFamilyIPv4;
+using tov::net::kFamilyIPv6;
+using tov::net::kFamilyIPX;
+using tov::net::netOrder16;
+using tov::net::putNetOrder16;
 
 constexpr uint64_t kSizeIPv4 = sizeof(AddrIPv4);
 constexpr uint64_t kSizeIPX = sizeof(AddrIPX);
