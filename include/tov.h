@@ -20,7 +20,7 @@
 #define TOV_API __declspec(dllimport)
 #endif
 
-#if defined(__GNUC__)
+#if defined(__GNUC__) && defined(_WIN32)
 #define TOV_PRINTF_LIKE(f, a) __attribute__((__format__(ms_printf, f, a)))
 #else
 #define TOV_PRINTF_LIKE(f, a)
