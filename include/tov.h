@@ -26,7 +26,7 @@
  * started. The mark expands to nothing. */
 #define TOV_NEEDS_START
 
-#if defined(__GNUC__)
+#if defined(__GNUC__) && defined(_WIN32)
 #define TOV_PRINTF_LIKE(f, a) __attribute__((__format__(ms_printf, f, a)))
 #else
 #define TOV_PRINTF_LIKE(f, a)
@@ -556,6 +556,57 @@ TOV_API TOV_Status TOV_LMutexRelease(TOV_LMutexHandle handle) TOV_NOEXCEPT;
 /* ------------------------------------------------------------------------ */
 /* Condition variables, reader-writer locks                                 */
 /* ------------------------------------------------------------------------ */
+
+/* A condition variable is used with an LMutex. TOV_CondWait releases the
+ * LMutex (which the caller holds exactly once), sleeps until a signal, a
+ * broadcast or the time-out, and holds the LMutex again when it returns,
+ * whatever the result. A signal or broadcast with nobody waiting is not
+ * remembered. A wake-up is not reserved for the threads waiting when it was
+ * made: one that begins to wait later may take it. So TOV_OK does not prove
+ * that what the caller waits for holds (test it again in a loop), and
+ * threads that wait for different things must wait on different conditions,
+ * else one can take the wake-up meant for the other and both sleep on.
+ * Broadcast holding the LMutex: a thread that begins to wait during a
+ * broadcast makes the broadcaster wait for it too.
+ *
+ * A reader-writer lock is held by any number of readers or by one writer.
+ * Readers get in while readers hold it, even with writers waiting, except
+ * while a waiting writer is being handed the lock; the last reader out hands
+ * it to one waiting writer; a writer leaving lets every waiting reader in
+ * before any waiting writer. It is not recursive, and it does not know its
+ * holders: any thread may release it, in the mode it is held in.
+ *
+ * Creates write the handle only on success and leave nothing allocated or
+ * open on failure. Destroys clear the caller's variable in every case and
+ * report the first close that failed; a destroy through a cleared variable
+ * gives TOV_ERR_INVALID_HANDLE. Destroying an object that a thread holds or
+ * waits on is outside the contract. */
+typedef void *TOV_CondHandle;
+typedef void *TOV_RWLockHandle;
+
+TOV_API TOV_NEEDS_START TOV_Status TOV_CondCreate(TOV_CondHandle *handleOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_CondDestroy(TOV_CondHandle *handle) TOV_NOEXCEPT;
+/* TOV_OK when woken, TOV_ERR_TIMEOUT after timeoutMs (TOV_WAIT_INFINITE:
+ * no limit), else the mapped system error; TOV_ERR_INVALID_PARAMETER for a
+ * null lock, the condition untouched. */
+TOV_API TOV_NEEDS_START TOV_Status TOV_CondWait(TOV_CondHandle cond, TOV_LMutexHandle lock,
+                                                uint32_t timeoutMs) TOV_NOEXCEPT;
+/* Wakes one waiter. */
+TOV_API TOV_Status TOV_CondSignal(TOV_CondHandle cond) TOV_NOEXCEPT;
+/* Wakes every waiter and returns once all of them (and any that began to
+ * wait meanwhile) have left their wait. */
+TOV_API TOV_Status TOV_CondBroadcast(TOV_CondHandle cond) TOV_NOEXCEPT;
+
+TOV_API TOV_NEEDS_START TOV_Status TOV_RWLockCreate(TOV_RWLockHandle *handleOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_RWLockDestroy(TOV_RWLockHandle *handle) TOV_NOEXCEPT;
+/* exclusive non-zero: as the writer, else as a reader. Waits without limit;
+ * a failed wait returns its mapped error with the lock not held. */
+TOV_API TOV_Status TOV_RWLockAcquire(TOV_RWLockHandle lock, int32_t exclusive) TOV_NOEXCEPT;
+/* Never waits: TOV_ERR_TIMEOUT when the lock cannot be had at once. */
+TOV_API TOV_Status TOV_RWLockTryAcquire(TOV_RWLockHandle lock, int32_t exclusive) TOV_NOEXCEPT;
+/* Releases the writer's hold or one reader's; TOV_ERR_INVALID_PARAMETER,
+ * nothing changed, when nobody holds the lock. */
+TOV_API TOV_Status TOV_RWLockRelease(TOV_RWLockHandle lock) TOV_NOEXCEPT;
 
 /* (end of condition variables, reader-writer locks) */
 

@@ -8,5 +8,6 @@ DWORD (*tickCount)();
 long (*uuidCreate)(GUID *);
 int32_t failAllocation;
 int64_t allocations, frees;
+bool (*failObjectCreate)();
 } // namespace tov::seams
 #endif

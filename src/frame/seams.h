@@ -28,6 +28,9 @@ extern int64_t allocations, frees;
 // identifier generator.
 extern DWORD (*tickCount)();
 extern long (*uuidCreate)(GUID *uuid);
+// When set, asked before each semaphore or event a condition record creates:
+// true makes that create fail (the seam sets the last error).
+extern bool (*failObjectCreate)();
 
 } // namespace tov::seams
 

@@ -201,6 +201,8 @@ const Case kCases[] = {
        create<void>(
            s, [](TOV_LMutexHandle *o) { return TOV_LMutexCreate(o, 100); }, TOV_LMutexDestroy);
      }},
+    {"CondCreate", [](Step &s) { create<void>(s, TOV_CondCreate, TOV_CondDestroy); }},
+    {"RWLockCreate", [](Step &s) { create<void>(s, TOV_RWLockCreate, TOV_RWLockDestroy); }},
     {"DirOpen",
      [](Step &s) {
        create<void>(
