@@ -20,7 +20,11 @@
 #define TOV_API __declspec(dllimport)
 #endif
 
-#if defined(__GNUC__)
+/* The format is the system C runtime's; clang checks it so for Windows
+ * targets under the name printf, and knows no ms_printf. */
+#if defined(__clang__)
+#define TOV_PRINTF_LIKE(f, a) __attribute__((__format__(__printf__, f, a)))
+#elif defined(__GNUC__)
 #define TOV_PRINTF_LIKE(f, a) __attribute__((__format__(ms_printf, f, a)))
 #else
 #define TOV_PRINTF_LIKE(f, a)
