@@ -129,7 +129,9 @@ typedef void *TOV_MemTag;
  * are ignored. Returns TOV_OK or the positive Winsock error of a failed
  * network start. */
 TOV_API TOV_Status TOV_Startup(void *module, int32_t reserved1, void *reserved2, void *reserved3);
-/* Ends one start; the last one tears the library down. */
+/* Ends one start; the last one tears the library down. A clean-up that
+ * finds no start left (the count already 0) still runs the teardown, Winsock
+ * clean-up included, so every clean-up must match a start. */
 TOV_API void TOV_Cleanup(void *reserved);
 /* *tagOut = owner. Never fails. */
 TOV_API TOV_Status TOV_AllocMemTag(void *owner, TOV_MemTag *tagOut);
@@ -340,12 +342,16 @@ TOV_API TOV_Status TOV_FileCommit(TOV_FileHandle file);
 /* A second, inheritable handle to the same open file; it shares the position. */
 TOV_API TOV_Status TOV_FileDup(TOV_FileHandle file, TOV_FileHandle *copy);
 /* Reads at the current position, or at *position when position is not null
- * (then *position becomes the position after the read). At most 0xFFFFFFFF
- * bytes per call; *count always receives the bytes read. Nothing read gives
- * TOV_ERR_END_OF_DATA. */
+ * (then *position becomes the position after the read). Only the low 32 bits
+ * of *count reach the platform: a count of 0x100000000 (4 GiB) reads 0 bytes,
+ * one of 0x100000005 reads 5. *count always receives the bytes read. A read
+ * that moves no bytes gives TOV_ERR_END_OF_DATA, at the end of the file and
+ * after any failure alike (a failure the library has no code for is named on
+ * the debug output). */
 TOV_API TOV_Status TOV_FileRead(TOV_FileHandle file, uint64_t *position, void *buffer,
                                 uint64_t *count);
-/* Writes like TOV_FileRead reads; a write of 0 bytes succeeds. */
+/* Writes like TOV_FileRead reads, the same low 32 bits of *count included; a
+ * write of 0 bytes succeeds, and a failure gives its own status. */
 TOV_API TOV_Status TOV_FileWrite(TOV_FileHandle file, uint64_t *position, const void *data,
                                  uint64_t *count);
 /* Moves the position by offset from origin; newPosition may be null. */
@@ -369,11 +375,101 @@ TOV_API TOV_Status TOV_FileDelete(const char *path);
 /* Directories and paths                                                    */
 /* ------------------------------------------------------------------------ */
 
+/* A listing handle stands for a library record; TOV_DirClose frees it. */
+typedef void *TOV_DirHandle;
+
+/* Longest path the library builds or searches with, terminator included. */
+#define TOV_PATH_MAX 260
+
+/* Opens a listing of the entries of directory that match mask ("*" when
+ * mask is null); nothing is read yet. One trailing separator (backslash or
+ * forward slash) of directory is dropped; a directory that is a lone
+ * separator stands for the root of the current drive (not the current
+ * directory). The search pattern, directory + backslash + mask (mask alone
+ * for an empty directory), must fit TOV_PATH_MAX: a longer one gives
+ * TOV_ERR_PATH_TOO_LONG before the directory is looked at. A missing directory gives
+ * TOV_ERR_NOT_FOUND. *listing is written only on success. */
+TOV_API TOV_Status TOV_DirOpen(const char *directory, const char *mask,
+                               TOV_DirHandle *listing) TOV_NOEXCEPT;
+/* The next entry, "." and ".." included, in the platform's order (no sort).
+ * *name points into the listing and stays valid until the next read or the
+ * close; *attributes uses the TOV_FILE_ATTR_ flags (other platform bits are
+ * dropped). Any out argument may be null. TOV_ERR_END_OF_DATA at the end,
+ * at every read after it, and when nothing matches; nothing is written on
+ * failure. */
+TOV_API TOV_Status TOV_DirRead(TOV_DirHandle listing, const char **name, uint32_t *attributes,
+                               TOV_FileInfo *info) TOV_NOEXCEPT;
+/* Ends the search, frees the listing and sets *listing to 0, also when ending
+ * the search fails (that failure is returned). */
+TOV_API TOV_Status TOV_DirClose(TOV_DirHandle *listing) TOV_NOEXCEPT;
+/* One directory; its parent must exist (else TOV_ERR_NOT_FOUND). */
+TOV_API TOV_Status TOV_DirCreate(const char *path) TOV_NOEXCEPT;
+/* One empty directory. A directory that is not empty gives the C runtime's
+ * number for it (41), unmapped. */
+TOV_API TOV_Status TOV_DirDelete(const char *path) TOV_NOEXCEPT;
+/* Bytes the calling user may still use on the volume holding path. */
+TOV_API TOV_Status TOV_DirFreeSpace(const char *path, uint64_t *freeBytes) TOV_NOEXCEPT;
+/* Joins the components that are not null into path (TOV_PATH_MAX bytes),
+ * putting a backslash between two unless the text so far ends in one (a
+ * forward slash does not count). Components are copied as they stand; an
+ * empty one still adds a separator when one is due. A result longer than
+ * TOV_PATH_MAX - 1 characters gives TOV_ERR_PATH_TOO_LONG and leaves path
+ * empty; nothing is ever written past TOV_PATH_MAX bytes. */
+TOV_API TOV_Status TOV_PathBuild(const char *c1, const char *c2, const char *c3, const char *c4,
+                                 char *path) TOV_NOEXCEPT;
+
 /* (end of directories and paths) */
 
 /* ------------------------------------------------------------------------ */
 /* Modules                                                                  */
 /* ------------------------------------------------------------------------ */
+
+/* A module handle is the platform's own. One from TOV_ModLoad holds a load
+ * reference, which TOV_ModUnload gives back; one from TOV_ModGetHandle none.
+ * These functions, except TOV_ModGetHandle and TOV_ModGetFullPath, also work
+ * before TOV_Startup. */
+typedef void *TOV_ModHandle;
+
+/* Loads name; when that fails, name + ".dll" (also after a ".dll" already
+ * there), whose failure is returned. *module is null after a failure. A
+ * module that is not one the platform can load gives the platform's own
+ * number (ERROR_BAD_EXE_FORMAT, 193). */
+TOV_API TOV_Status TOV_ModLoad(const char *name, TOV_ModHandle *module) TOV_NOEXCEPT;
+TOV_API TOV_Status TOV_ModUnload(TOV_ModHandle module) TOV_NOEXCEPT;
+/* *address is null and the status TOV_ERR_SYMBOL_NOT_FOUND when module does
+ * not export symbol. */
+TOV_API TOV_Status TOV_ModResolveSym(TOV_ModHandle module, const char *symbol,
+                                     void **address) TOV_NOEXCEPT;
+/* Does nothing; TOV_OK. */
+TOV_API TOV_Status TOV_ModUnResolveSym(TOV_ModHandle module, void *address) TOV_NOEXCEPT;
+/* A module already loaded, without taking a reference; TOV_ERR_MODULE_NOT_FOUND
+ * when it is not loaded. *module is written only on success. */
+TOV_API TOV_Status TOV_ModGetHandle(const char *name, TOV_ModHandle *module) TOV_NOEXCEPT;
+/* The full path of module's file in path[0..size); a longer path is cut to
+ * size - 1 characters, terminated, and still TOV_OK. A null path, a size of
+ * 0, then a null module give TOV_ERR_INVALID_PARAMETER. The platform
+ * receives the low 32 bits of size. */
+TOV_API TOV_Status TOV_ModGetFullPath(TOV_ModHandle module, char *path, uint64_t size) TOV_NOEXCEPT;
+/* From the file of module (null: the program): its last-write time into
+ * *modified (seconds since 1970 UTC; best effort, never a failure, left as it
+ * was when the file cannot be opened without sharing or read), and its file
+ * version text into version[0..size), cut and terminated. The version is
+ * "0.0.0" when the file has no version record; a record without a
+ * translation table gives TOV_ERR_INVALID_MODULE and "0.0.0". Either out
+ * argument may be null (a version of size 0 counts as null). A path of 256
+ * characters or more is cut to 255 before the file is read. */
+TOV_API TOV_Status TOV_ModGetTimeVersion(TOV_ModHandle module, int64_t *modified, char *version,
+                                         uint32_t size) TOV_NOEXCEPT;
+/* TOV_OK when module is not null and names a loaded module's file, else
+ * TOV_ERR_INVALID_PARAMETER. */
+TOV_API TOV_Status TOV_ModValidateHandle(TOV_ModHandle module) TOV_NOEXCEPT;
+/* The file description of file's version record into description[0..size),
+ * cut and terminated (size 0: not touched). A file without a version record,
+ * or a missing file, gives TOV_OK and an empty text; a record without a
+ * translation table TOV_ERR_INVALID_MODULE. Nothing is compared: the caller
+ * judges the text. */
+TOV_API TOV_Status TOV_ModValidateName(const char *file, uint32_t size,
+                                       char *description) TOV_NOEXCEPT;
 
 /* (end of modules) */
 
@@ -467,7 +563,12 @@ TOV_API void TOV_ThreadExit(uint32_t exitCode);
 
 /* Every thread has a stack of description pointers that any thread may read.
  * Push and pop work on the calling thread's stack, whether or not the library
- * is started. */
+ * is started. A thread's stack goes when the thread ends; code that runs on
+ * it after tov's thread-end notice (the detach handler of a library loaded
+ * before tov) finds it empty, and a push there starts a new stack that stays
+ * until TOV_Cleanup. A thread that ends without that notice (one terminated)
+ * leaves its stack until TOV_Cleanup: a read by its id finds it, also once a
+ * new thread has that id, until the new thread pushes a stack of its own. */
 TOV_API TOV_Status TOV_ThreadPushDescriptionPtr(void *value);
 /* Drops the newest entry; TOV_ERR_NOT_FOUND when the stack is empty. */
 TOV_API TOV_Status TOV_ThreadPopDescriptionPtr(void);
@@ -476,7 +577,8 @@ TOV_API TOV_Status TOV_ThreadPopDescriptionPtr(void);
  * the depth exceeds the room. buffer may be null only with *count == 0. */
 TOV_API TOV_Status TOV_ThreadGetDescriptionPtrs(uint64_t threadId, void **buffer, uint32_t *count);
 
-/* Thread-local storage keys: the platform's slot index, zero-extended. */
+/* Thread-local storage keys: the platform's slot index, zero-extended. The
+ * functions that take a key use only its low 32 bits. */
 TOV_API TOV_Status TOV_TLSCreate(uint64_t *keyOut);
 /* Frees the slot and clears *key whatever the result. */
 TOV_API TOV_Status TOV_TLSDestroy(uint64_t *key);
@@ -691,6 +793,9 @@ TOV_API TOV_Status TOV_SktIOCtl(TOV_Skt *socket, uint32_t code, const void *inpu
 TOV_API TOV_Status TOV_SktSend(TOV_Skt *socket, struct _WSABUF *buffers, uint32_t count,
                                uint64_t *bytesSent, uint32_t flags, const struct sockaddr *to,
                                int32_t toLength, struct _OVERLAPPED *overlapped);
+/* Sends length bytes of data. Only the low 32 bits of length (as of every
+ * 64-bit length of the socket functions) reach the platform: a length of
+ * 0x100000000 (4 GiB) sends 0 bytes. */
 TOV_API TOV_Status TOV_SktSendBuf(TOV_Skt *socket, const void *data, uint64_t length,
                                   uint64_t *bytesSent, uint32_t flags, const struct sockaddr *to,
                                   int32_t toLength, struct _OVERLAPPED *overlapped);
@@ -699,6 +804,9 @@ TOV_API TOV_Status TOV_SktSendBuf(TOV_Skt *socket, const void *data, uint64_t le
 TOV_API TOV_Status TOV_SktReceive(TOV_Skt *socket, struct _WSABUF *buffers, uint32_t count,
                                   uint64_t *bytesReceived, uint32_t *flags, struct sockaddr *from,
                                   int32_t *fromLength, struct _OVERLAPPED *overlapped);
+/* Receives into length bytes of buffer, of which again only the low 32 bits
+ * count: a length of 0x100000000 receives 0 bytes and returns TOV_OK, as a
+ * stream does when the peer has shut down. */
 TOV_API TOV_Status TOV_SktRecvBuf(TOV_Skt *socket, void *buffer, uint64_t length,
                                   uint64_t *bytesReceived, uint32_t *flags, struct sockaddr *from,
                                   int32_t *fromLength, struct _OVERLAPPED *overlapped);

@@ -38,6 +38,13 @@ template <uint64_t W> inline bool fitsFixed(const uint8_t *cursor, const uint8_t
   return !limit || room >= static_cast<intptr_t>(W);
 }
 
+// The test of the one-byte calls: room while the cursor lies below the
+// limit, compared as addresses (so a limit at the top of the address space
+// leaves room for all below it, as it does for the data calls).
+inline bool fitsByte(const uint8_t *cursor, const uint8_t *limit) {
+  return !limit || reinterpret_cast<uintptr_t>(cursor) < reinterpret_cast<uintptr_t>(limit);
+}
+
 template <typename T, Order O>
 inline TOV_Status getInt(uint8_t **cursor, uint8_t *limit, T *value) {
   uint8_t *c = *cursor;
@@ -100,12 +107,14 @@ inline void unitsFromBuffer(wchar_t *to, const uint8_t *from, uint64_t count) {
 
 // ---- Reading ----------------------------------------------------------------
 
-extern "C" TOV_Status TOV_BufGetByte(uint8_t **cursor, uint8_t *limit, uint8_t *value) {
-  return getInt<uint8_t, Order::Natv>(cursor, limit, value);
+extern "C" TOV_Status TOV_BufGetByte(uint8_t **cursor, uint8_t *limit, uint8_t *value) noexcept {
+  if (!fitsByte(*cursor, limit)) return TOV_ERR_BUFFER_END;
+  *value = *(*cursor)++;
+  return TOV_OK;
 }
 
 extern "C" TOV_Status TOV_BufGetData(uint8_t **cursor, uint8_t *limit, uint64_t length,
-                                     void *destination) {
+                                     void *destination) noexcept {
   uint8_t *c = *cursor;
   if (!fits(c, limit, length)) return TOV_ERR_BUFFER_END;
   std::memcpy(destination, c, length);
@@ -113,52 +122,57 @@ extern "C" TOV_Status TOV_BufGetData(uint8_t **cursor, uint8_t *limit, uint64_t 
   return TOV_OK;
 }
 
-extern "C" TOV_Status TOV_BufGetHiLo16(uint8_t **cursor, uint8_t *limit, uint16_t *value) {
+extern "C" TOV_Status TOV_BufGetHiLo16(uint8_t **cursor, uint8_t *limit, uint16_t *value) noexcept {
   return getInt<uint16_t, Order::HiLo>(cursor, limit, value);
 }
-extern "C" TOV_Status TOV_BufGetHiLo32(uint8_t **cursor, uint8_t *limit, uint32_t *value) {
+extern "C" TOV_Status TOV_BufGetHiLo32(uint8_t **cursor, uint8_t *limit, uint32_t *value) noexcept {
   return getInt<uint32_t, Order::HiLo>(cursor, limit, value);
 }
-extern "C" TOV_Status TOV_BufGetHiLo64(uint8_t **cursor, uint8_t *limit, uint64_t *value) {
+extern "C" TOV_Status TOV_BufGetHiLo64(uint8_t **cursor, uint8_t *limit, uint64_t *value) noexcept {
   return getInt<uint64_t, Order::HiLo>(cursor, limit, value);
 }
-extern "C" TOV_Status TOV_BufGetLoHi16(uint8_t **cursor, uint8_t *limit, uint16_t *value) {
+extern "C" TOV_Status TOV_BufGetLoHi16(uint8_t **cursor, uint8_t *limit, uint16_t *value) noexcept {
   return getInt<uint16_t, Order::LoHi>(cursor, limit, value);
 }
-extern "C" TOV_Status TOV_BufGetLoHi32(uint8_t **cursor, uint8_t *limit, uint32_t *value) {
+extern "C" TOV_Status TOV_BufGetLoHi32(uint8_t **cursor, uint8_t *limit, uint32_t *value) noexcept {
   return getInt<uint32_t, Order::LoHi>(cursor, limit, value);
 }
-extern "C" TOV_Status TOV_BufGetLoHi64(uint8_t **cursor, uint8_t *limit, uint64_t *value) {
+extern "C" TOV_Status TOV_BufGetLoHi64(uint8_t **cursor, uint8_t *limit, uint64_t *value) noexcept {
   return getInt<uint64_t, Order::LoHi>(cursor, limit, value);
 }
-extern "C" TOV_Status TOV_BufGetNatv16(uint8_t **cursor, uint8_t *limit, uint16_t *value) {
+extern "C" TOV_Status TOV_BufGetNatv16(uint8_t **cursor, uint8_t *limit, uint16_t *value) noexcept {
   return getInt<uint16_t, Order::Natv>(cursor, limit, value);
 }
-extern "C" TOV_Status TOV_BufGetNatv32(uint8_t **cursor, uint8_t *limit, uint32_t *value) {
+extern "C" TOV_Status TOV_BufGetNatv32(uint8_t **cursor, uint8_t *limit, uint32_t *value) noexcept {
   return getInt<uint32_t, Order::Natv>(cursor, limit, value);
 }
-extern "C" TOV_Status TOV_BufGetNatv64(uint8_t **cursor, uint8_t *limit, uint64_t *value) {
+extern "C" TOV_Status TOV_BufGetNatv64(uint8_t **cursor, uint8_t *limit, uint64_t *value) noexcept {
   return getInt<uint64_t, Order::Natv>(cursor, limit, value);
 }
 
-extern "C" TOV_Status TOV_BufGetAlign16(uint8_t **cursor, uint8_t *limit, const uint8_t *base) {
+extern "C" TOV_Status TOV_BufGetAlign16(uint8_t **cursor, uint8_t *limit,
+                                        const uint8_t *base) noexcept {
   return align<2, false>(cursor, limit, base);
 }
-extern "C" TOV_Status TOV_BufGetAlign32(uint8_t **cursor, uint8_t *limit, const uint8_t *base) {
+extern "C" TOV_Status TOV_BufGetAlign32(uint8_t **cursor, uint8_t *limit,
+                                        const uint8_t *base) noexcept {
   return align<4, false>(cursor, limit, base);
 }
-extern "C" TOV_Status TOV_BufGetAlign64(uint8_t **cursor, uint8_t *limit, const uint8_t *base) {
+extern "C" TOV_Status TOV_BufGetAlign64(uint8_t **cursor, uint8_t *limit,
+                                        const uint8_t *base) noexcept {
   return align<8, false>(cursor, limit, base);
 }
 
 // ---- Writing ----------------------------------------------------------------
 
-extern "C" TOV_Status TOV_BufPutByte(uint8_t **cursor, uint8_t *limit, uint8_t value) {
-  return putInt<uint8_t, Order::Natv>(cursor, limit, value);
+extern "C" TOV_Status TOV_BufPutByte(uint8_t **cursor, uint8_t *limit, uint8_t value) noexcept {
+  if (!fitsByte(*cursor, limit)) return TOV_ERR_BUFFER_TOO_SMALL;
+  *(*cursor)++ = value;
+  return TOV_OK;
 }
 
 extern "C" TOV_Status TOV_BufPutData(uint8_t **cursor, uint8_t *limit, uint64_t length,
-                                     const void *source) {
+                                     const void *source) noexcept {
   uint8_t *c = *cursor;
   if (!fits(c, limit, length)) return TOV_ERR_BUFFER_TOO_SMALL;
   std::memcpy(c, source, length);
@@ -166,56 +180,59 @@ extern "C" TOV_Status TOV_BufPutData(uint8_t **cursor, uint8_t *limit, uint64_t 
   return TOV_OK;
 }
 
-extern "C" TOV_Status TOV_BufPutHiLo16(uint8_t **cursor, uint8_t *limit, uint16_t value) {
+extern "C" TOV_Status TOV_BufPutHiLo16(uint8_t **cursor, uint8_t *limit, uint16_t value) noexcept {
   return putInt<uint16_t, Order::HiLo>(cursor, limit, value);
 }
-extern "C" TOV_Status TOV_BufPutHiLo32(uint8_t **cursor, uint8_t *limit, uint32_t value) {
+extern "C" TOV_Status TOV_BufPutHiLo32(uint8_t **cursor, uint8_t *limit, uint32_t value) noexcept {
   return putInt<uint32_t, Order::HiLo>(cursor, limit, value);
 }
-extern "C" TOV_Status TOV_BufPutHiLo64(uint8_t **cursor, uint8_t *limit, uint64_t value) {
+extern "C" TOV_Status TOV_BufPutHiLo64(uint8_t **cursor, uint8_t *limit, uint64_t value) noexcept {
   return putInt<uint64_t, Order::HiLo>(cursor, limit, value);
 }
-extern "C" TOV_Status TOV_BufPutLoHi16(uint8_t **cursor, uint8_t *limit, uint16_t value) {
+extern "C" TOV_Status TOV_BufPutLoHi16(uint8_t **cursor, uint8_t *limit, uint16_t value) noexcept {
   return putInt<uint16_t, Order::LoHi>(cursor, limit, value);
 }
-extern "C" TOV_Status TOV_BufPutLoHi32(uint8_t **cursor, uint8_t *limit, uint32_t value) {
+extern "C" TOV_Status TOV_BufPutLoHi32(uint8_t **cursor, uint8_t *limit, uint32_t value) noexcept {
   return putInt<uint32_t, Order::LoHi>(cursor, limit, value);
 }
-extern "C" TOV_Status TOV_BufPutLoHi64(uint8_t **cursor, uint8_t *limit, uint64_t value) {
+extern "C" TOV_Status TOV_BufPutLoHi64(uint8_t **cursor, uint8_t *limit, uint64_t value) noexcept {
   return putInt<uint64_t, Order::LoHi>(cursor, limit, value);
 }
-extern "C" TOV_Status TOV_BufPutNatv16(uint8_t **cursor, uint8_t *limit, uint16_t value) {
+extern "C" TOV_Status TOV_BufPutNatv16(uint8_t **cursor, uint8_t *limit, uint16_t value) noexcept {
   return putInt<uint16_t, Order::Natv>(cursor, limit, value);
 }
-extern "C" TOV_Status TOV_BufPutNatv32(uint8_t **cursor, uint8_t *limit, uint32_t value) {
+extern "C" TOV_Status TOV_BufPutNatv32(uint8_t **cursor, uint8_t *limit, uint32_t value) noexcept {
   return putInt<uint32_t, Order::Natv>(cursor, limit, value);
 }
-extern "C" TOV_Status TOV_BufPutNatv64(uint8_t **cursor, uint8_t *limit, uint64_t value) {
+extern "C" TOV_Status TOV_BufPutNatv64(uint8_t **cursor, uint8_t *limit, uint64_t value) noexcept {
   return putInt<uint64_t, Order::Natv>(cursor, limit, value);
 }
 
-extern "C" TOV_Status TOV_BufPutAlign16(uint8_t **cursor, uint8_t *limit, const uint8_t *base) {
+extern "C" TOV_Status TOV_BufPutAlign16(uint8_t **cursor, uint8_t *limit,
+                                        const uint8_t *base) noexcept {
   return align<2, true>(cursor, limit, base);
 }
-extern "C" TOV_Status TOV_BufPutAlign32(uint8_t **cursor, uint8_t *limit, const uint8_t *base) {
+extern "C" TOV_Status TOV_BufPutAlign32(uint8_t **cursor, uint8_t *limit,
+                                        const uint8_t *base) noexcept {
   return align<4, true>(cursor, limit, base);
 }
-extern "C" TOV_Status TOV_BufPutAlign64(uint8_t **cursor, uint8_t *limit, const uint8_t *base) {
+extern "C" TOV_Status TOV_BufPutAlign64(uint8_t **cursor, uint8_t *limit,
+                                        const uint8_t *base) noexcept {
   return align<8, true>(cursor, limit, base);
 }
 
 // ---- Reserving --------------------------------------------------------------
 
-extern "C" TOV_Status TOV_BufSkip8(uint8_t **cursor, uint8_t *limit, uint8_t **field) {
+extern "C" TOV_Status TOV_BufSkip8(uint8_t **cursor, uint8_t *limit, uint8_t **field) noexcept {
   return skip<1>(cursor, limit, field);
 }
-extern "C" TOV_Status TOV_BufSkip16(uint8_t **cursor, uint8_t *limit, uint8_t **field) {
+extern "C" TOV_Status TOV_BufSkip16(uint8_t **cursor, uint8_t *limit, uint8_t **field) noexcept {
   return skip<2>(cursor, limit, field);
 }
-extern "C" TOV_Status TOV_BufSkip32(uint8_t **cursor, uint8_t *limit, uint8_t **field) {
+extern "C" TOV_Status TOV_BufSkip32(uint8_t **cursor, uint8_t *limit, uint8_t **field) noexcept {
   return skip<4>(cursor, limit, field);
 }
-extern "C" TOV_Status TOV_BufSkip64(uint8_t **cursor, uint8_t *limit, uint8_t **field) {
+extern "C" TOV_Status TOV_BufSkip64(uint8_t **cursor, uint8_t *limit, uint8_t **field) noexcept {
   return skip<8>(cursor, limit, field);
 }
 
@@ -223,7 +240,7 @@ extern "C" TOV_Status TOV_BufSkip64(uint8_t **cursor, uint8_t *limit, uint8_t **
 // Both items are a LoHi 32-bit count of the bytes that follow, then the bytes.
 
 extern "C" TOV_Status TOV_BufPutSizedData(uint8_t **cursor, uint8_t *limit, uint64_t length,
-                                          const void *source) {
+                                          const void *source) noexcept {
   uint8_t *c = *cursor;
   if (!fits(c, limit, 4, length)) return TOV_ERR_BUFFER_TOO_SMALL;
   store<uint32_t, Order::LoHi>(c, static_cast<uint32_t>(length));
@@ -235,7 +252,7 @@ extern "C" TOV_Status TOV_BufPutSizedData(uint8_t **cursor, uint8_t *limit, uint
 // The announced length goes out as soon as it is read, also when the item
 // then turns out not to fit: the caller learns how much it would need.
 extern "C" TOV_Status TOV_BufGetSizedData(uint8_t **cursor, uint8_t *limit, uint64_t *length,
-                                          uint8_t **data) {
+                                          uint8_t **data) noexcept {
   uint8_t *c = *cursor;
   if (!fits(c, limit, 4)) return TOV_ERR_BUFFER_END;
   const uint64_t n = load<uint32_t, Order::LoHi>(c);
@@ -247,7 +264,8 @@ extern "C" TOV_Status TOV_BufGetSizedData(uint8_t **cursor, uint8_t *limit, uint
 }
 
 // The units and the terminator; the prefix counts their bytes.
-extern "C" TOV_Status TOV_BufPutUniStr(uint8_t **cursor, uint8_t *limit, const wchar_t *string) {
+extern "C" TOV_Status TOV_BufPutUniStr(uint8_t **cursor, uint8_t *limit,
+                                       const wchar_t *string) noexcept {
   uint8_t *c = *cursor;
   uint64_t units = 1;
   while (string[units - 1] != 0) ++units;
@@ -263,7 +281,7 @@ extern "C" TOV_Status TOV_BufPutUniStr(uint8_t **cursor, uint8_t *limit, const w
 // among them; none is added). The destination's size is tested before the
 // limit, so a caller with too small a destination learns that first.
 extern "C" TOV_Status TOV_BufGetUniStr(uint8_t **cursor, uint8_t *limit, wchar_t *destination,
-                                       uint64_t size) {
+                                       uint64_t size) noexcept {
   uint8_t *c = *cursor;
   if (!fits(c, limit, 4)) return TOV_ERR_BUFFER_END;
   const uint64_t n = load<uint32_t, Order::LoHi>(c);

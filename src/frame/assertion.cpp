@@ -152,22 +152,20 @@ size_t formatAssertionText(char (&text)[kReportTextSize], const char *expression
 
 } // namespace tov
 
-using namespace tov;
-
 extern "C" void TOV_AssertionFailed(const char *expression, const char *file,
                                     int32_t line) noexcept {
   EXCEPTION_RECORD record{};
-  record.ExceptionCode = kAssertionCode;
+  record.ExceptionCode = tov::kAssertionCode;
   record.NumberParameters = 3;
   record.ExceptionInformation[0] = reinterpret_cast<ULONG_PTR>(expression);
   record.ExceptionInformation[1] = reinterpret_cast<ULONG_PTR>(file);
   record.ExceptionInformation[2] = static_cast<ULONG_PTR>(static_cast<LONG_PTR>(line));
   EXCEPTION_POINTERS report{&record, nullptr};
-  switch (runReportDialog(&report)) {
-  case kTerminate:
+  switch (tov::runReportDialog(&report)) {
+  case tov::kTerminate:
     TerminateProcess(GetCurrentProcess(), 0xFFFFFFFF);
     break;
-  case kDebug:
+  case tov::kDebug:
     DebugBreak();
     break;
   default: // Continue, the close box, or no dialog at all

@@ -32,24 +32,24 @@ inline int64_t exchange(volatile int64_t *target, int64_t value) {
 
 } // namespace
 
-extern "C" int64_t TOV_AtomicIncrement(volatile int64_t *target) {
+extern "C" int64_t TOV_AtomicIncrement(volatile int64_t *target) noexcept {
   return __atomic_add_fetch(target, 1, __ATOMIC_SEQ_CST);
 }
 
-extern "C" int64_t TOV_AtomicDecrement(volatile int64_t *target) {
+extern "C" int64_t TOV_AtomicDecrement(volatile int64_t *target) noexcept {
   return __atomic_sub_fetch(target, 1, __ATOMIC_SEQ_CST);
 }
 
-extern "C" int64_t TOV_AtomicExchange(volatile int64_t *target, int64_t value) {
+extern "C" int64_t TOV_AtomicExchange(volatile int64_t *target, int64_t value) noexcept {
   return exchange(target, value);
 }
 
-extern "C" int64_t TOV_AtomicExchangeAdd(volatile int64_t *target, int64_t addend) {
+extern "C" int64_t TOV_AtomicExchangeAdd(volatile int64_t *target, int64_t addend) noexcept {
   return __atomic_fetch_add(target, addend, __ATOMIC_SEQ_CST);
 }
 
 extern "C" int64_t TOV_AtomicCmpExchange(volatile int64_t *target, int64_t comparand,
-                                         int64_t exchange) {
+                                         int64_t exchange) noexcept {
   __atomic_compare_exchange_n(target, &comparand, exchange, false, __ATOMIC_SEQ_CST,
                               __ATOMIC_SEQ_CST);
   return comparand; // on failure the builtin stored the value it found
@@ -77,15 +77,15 @@ __attribute__((noinline)) void waitForSpinLock(volatile TOV_SpinLock *lock, uint
 
 } // namespace
 
-extern "C" void TOV_EnterSpinLock(volatile TOV_SpinLock *lock) {
+extern "C" void TOV_EnterSpinLock(volatile TOV_SpinLock *lock) noexcept {
   const uint32_t cpus = cpuCount();
   if (exchange(lock, 1) != 0) waitForSpinLock(lock, cpus);
 }
 
-extern "C" int32_t TOV_TryEnterSpinLock(volatile TOV_SpinLock *lock) {
+extern "C" int32_t TOV_TryEnterSpinLock(volatile TOV_SpinLock *lock) noexcept {
   return exchange(lock, 1) == 0 ? 1 : 0;
 }
 
-extern "C" void TOV_LeaveSpinLock(volatile TOV_SpinLock *lock) {
+extern "C" void TOV_LeaveSpinLock(volatile TOV_SpinLock *lock) noexcept {
   __atomic_store_n(lock, 0, __ATOMIC_RELEASE);
 }

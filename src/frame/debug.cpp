@@ -13,7 +13,7 @@
 #include <share.h>
 #include <sys/stat.h>
 
-extern "C" void TOV_DebugOutput(const char *format, ...) {
+extern "C" void TOV_DebugOutput(const char *format, ...) noexcept {
   char line[1024];
   va_list args;
   va_start(args, format);

@@ -1,6 +1,7 @@
 // Small owners for platform handles and library blocks inside the library.
 #pragma once
 
+#include "frame/errors.h"
 #include "tov.h"
 
 #include <windows.h>
@@ -58,5 +59,32 @@ public:
 private:
   T *p_ = nullptr;
 };
+
+// TOV_OK, or the mapped last error when CloseHandle refuses h.
+inline TOV_Status closeKernelHandle(HANDLE h) noexcept {
+  return CloseHandle(h) ? TOV_OK : MapLastSystemError();
+}
+
+// What a destroy finds in the caller's variable: the platform's own handle,
+// or a library record around a platform object.
+enum class Holds { PlatformHandle, Record };
+
+// The destroy rule of the families whose destroy closes what the caller's
+// variable holds: close(value) closes the platform object and gives the
+// status, and the variable is cleared whatever that was. A record is freed
+// after its close; a variable that holds no record any more gives
+// TOV_ERR_INVALID_HANDLE and closes nothing. A platform handle goes to the
+// platform as it is, null included, and the platform answers for it.
+template <Holds kind, typename T, typename Close>
+TOV_Status closeAndClear(T **variable, Close close) noexcept {
+  T *value = *variable;
+  if constexpr (kind == Holds::Record) {
+    if (!value) return TOV_ERR_INVALID_HANDLE;
+  }
+  const TOV_Status status = close(value);
+  if constexpr (kind == Holds::Record) TOV_free(value);
+  *variable = nullptr;
+  return status;
+}
 
 } // namespace tov

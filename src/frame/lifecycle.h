@@ -16,8 +16,11 @@ extern int32_t g_startCount;
 extern void *g_module;
 extern TOV_MemTag g_memTag;
 
+inline int32_t startCount() noexcept {
+  return __atomic_load_n(&g_startCount, __ATOMIC_RELAXED);
+}
 inline bool started() noexcept {
-  return __atomic_load_n(&g_startCount, __ATOMIC_RELAXED) != 0;
+  return startCount() != 0;
 }
 inline TOV_MemTag libTag() noexcept {
   return g_memTag;

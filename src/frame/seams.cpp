@@ -6,5 +6,6 @@ TOV_Status (*allocMemTag)(void *, TOV_MemTag *);
 int (*wsaStartup)(WORD, WSADATA *);
 DWORD (*tickCount)();
 long (*uuidCreate)(GUID *);
+bool failAllocations;
 } // namespace tov::seams
 #endif

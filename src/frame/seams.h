@@ -15,6 +15,8 @@ namespace tov::seams {
 extern TOV_Status (*allocMemTag)(void *owner, TOV_MemTag *tagOut);
 // When set, used instead of WSAStartup by the first start.
 extern int (*wsaStartup)(WORD version, WSADATA *data);
+// While set, TOV_malloc, TOV_calloc and TOV_realloc fail (give null).
+extern bool failAllocations;
 
 // When set, used instead of GetTickCount by the uptime and UuidCreate by the
 // identifier generator.

@@ -3,8 +3,9 @@
 // information by handle or by name. The library keeps no state per file.
 #include "fs/file.h"
 
-#include "frame/lifecycle.h"
 #include "frame/errors.h"
+#include "frame/handle.h"
+#include "frame/lifecycle.h"
 
 #include <windows.h>
 
@@ -43,12 +44,11 @@ DWORD shareFor(uint32_t shareFlags) noexcept {
   return share;
 }
 
+// A file is never created as a directory: that flag is ignored here.
 DWORD attributesFor(uint32_t attributes) noexcept {
   DWORD platform = 0;
-  if (attributes & TOV_FILE_ATTR_ARCHIVE) platform |= FILE_ATTRIBUTE_ARCHIVE;
-  if (attributes & TOV_FILE_ATTR_HIDDEN) platform |= FILE_ATTRIBUTE_HIDDEN;
-  if (attributes & TOV_FILE_ATTR_READONLY) platform |= FILE_ATTRIBUTE_READONLY;
-  if (attributes & TOV_FILE_ATTR_SYSTEM) platform |= FILE_ATTRIBUTE_SYSTEM;
+  for (const tov::AttributeBit &bit : tov::kAttributeBits)
+    if (attributes & bit.library & ~TOV_FILE_ATTR_DIRECTORY) platform |= bit.platform;
   return platform;
 }
 
@@ -96,7 +96,7 @@ TOV_Status transfer(TransferFn<Buffer> fn, bool reading, HANDLE h, uint64_t *pos
 } // namespace
 
 extern "C" TOV_Status TOV_FileOpen(const char *path, uint32_t openFlags, uint32_t shareFlags,
-                                   uint32_t attributes, TOV_FileHandle *file) {
+                                   uint32_t attributes, TOV_FileHandle *file) noexcept {
   TOV_FRAME(path != nullptr && file != nullptr);
   const DWORD disposition = kDisposition[(openFlags & kDispositionMask) >> 8];
   HANDLE h = CreateFileA(path, accessFor(openFlags), shareFor(shareFlags), nullptr, disposition,
@@ -108,18 +108,16 @@ extern "C" TOV_Status TOV_FileOpen(const char *path, uint32_t openFlags, uint32_
   return TOV_OK;
 }
 
-extern "C" TOV_Status TOV_FileClose(TOV_FileHandle *file) {
+extern "C" TOV_Status TOV_FileClose(TOV_FileHandle *file) noexcept {
   TOV_FRAME(file != nullptr);
-  const TOV_Status status = CloseHandle(*file) ? TOV_OK : tov::MapLastSystemError();
-  *file = nullptr;
-  return status;
+  return tov::closeAndClear<tov::Holds::PlatformHandle>(file, tov::closeKernelHandle);
 }
 
-extern "C" TOV_Status TOV_FileCommit(TOV_FileHandle file) {
+extern "C" TOV_Status TOV_FileCommit(TOV_FileHandle file) noexcept {
   return FlushFileBuffers(file) ? TOV_OK : tov::MapLastSystemError();
 }
 
-extern "C" TOV_Status TOV_FileDup(TOV_FileHandle file, TOV_FileHandle *copy) {
+extern "C" TOV_Status TOV_FileDup(TOV_FileHandle file, TOV_FileHandle *copy) noexcept {
   HANDLE self = GetCurrentProcess();
   HANDLE h = nullptr;
   if (!DuplicateHandle(self, file, self, &h, 0, TRUE, DUPLICATE_SAME_ACCESS))
@@ -129,31 +127,31 @@ extern "C" TOV_Status TOV_FileDup(TOV_FileHandle file, TOV_FileHandle *copy) {
 }
 
 extern "C" TOV_Status TOV_FileRead(TOV_FileHandle file, uint64_t *position, void *buffer,
-                                   uint64_t *count) {
+                                   uint64_t *count) noexcept {
   TOV_FRAME(buffer != nullptr && count != nullptr);
   return transfer<void *>(ReadFile, true, file, position, buffer, count);
 }
 
 extern "C" TOV_Status TOV_FileWrite(TOV_FileHandle file, uint64_t *position, const void *data,
-                                    uint64_t *count) {
+                                    uint64_t *count) noexcept {
   TOV_FRAME(data != nullptr && count != nullptr);
   return transfer<const void *>(WriteFile, false, file, position, data, count);
 }
 
 extern "C" TOV_Status TOV_FileSeek(TOV_FileHandle file, int64_t offset, uint32_t origin,
-                                   uint64_t *newPosition) {
+                                   uint64_t *newPosition) noexcept {
   static_assert(TOV_FILE_SEEK_BEGIN == FILE_BEGIN && TOV_FILE_SEEK_CURRENT == FILE_CURRENT &&
                 TOV_FILE_SEEK_END == FILE_END);
   TOV_FRAME(origin <= TOV_FILE_SEEK_END);
   return movePointer(file, offset, origin, newPosition);
 }
 
-extern "C" TOV_Status TOV_FileTell(TOV_FileHandle file, uint64_t *position) {
+extern "C" TOV_Status TOV_FileTell(TOV_FileHandle file, uint64_t *position) noexcept {
   TOV_FRAME(position != nullptr);
   return movePointer(file, 0, FILE_CURRENT, position);
 }
 
-extern "C" TOV_Status TOV_FileSize(TOV_FileHandle file, uint64_t *size) {
+extern "C" TOV_Status TOV_FileSize(TOV_FileHandle file, uint64_t *size) noexcept {
   TOV_FRAME(size != nullptr);
   DWORD high = 0;
   const DWORD low = GetFileSize(file, &high);
@@ -165,7 +163,7 @@ extern "C" TOV_Status TOV_FileSize(TOV_FileHandle file, uint64_t *size) {
   return TOV_OK;
 }
 
-extern "C" TOV_Status TOV_FileSetSize(TOV_FileHandle file, uint64_t size) {
+extern "C" TOV_Status TOV_FileSetSize(TOV_FileHandle file, uint64_t size) noexcept {
   TOV_FRAME(size <= 0x7FFFFFFFFFFFFFFFull);
   if (const TOV_Status status = movePointer(file, static_cast<int64_t>(size), FILE_BEGIN, nullptr);
       status != TOV_OK)
@@ -173,7 +171,7 @@ extern "C" TOV_Status TOV_FileSetSize(TOV_FileHandle file, uint64_t size) {
   return SetEndOfFile(file) ? TOV_OK : tov::MapLastSystemError();
 }
 
-extern "C" TOV_Status TOV_FileInfoByHandle(TOV_FileHandle file, TOV_FileInfo *info) {
+extern "C" TOV_Status TOV_FileInfoByHandle(TOV_FileHandle file, TOV_FileInfo *info) noexcept {
   TOV_FRAME(file != nullptr && info != nullptr);
   BY_HANDLE_FILE_INFORMATION data;
   if (!GetFileInformationByHandle(file, &data)) return tov::MapLastSystemError();
@@ -183,7 +181,7 @@ extern "C" TOV_Status TOV_FileInfoByHandle(TOV_FileHandle file, TOV_FileInfo *in
   return TOV_OK;
 }
 
-extern "C" TOV_Status TOV_FileInfoByName(const char *path, TOV_FileInfo *info) {
+extern "C" TOV_Status TOV_FileInfoByName(const char *path, TOV_FileInfo *info) noexcept {
   struct _stat64 st;
   if (_stat64(path, &st) != 0) return tov::Map_errno();
   info->created = st.st_ctime;
@@ -192,13 +190,13 @@ extern "C" TOV_Status TOV_FileInfoByName(const char *path, TOV_FileInfo *info) {
   return TOV_OK;
 }
 
-extern "C" TOV_Status TOV_FileGetAttrib(const char *path, uint32_t *attributes) {
+extern "C" TOV_Status TOV_FileGetAttrib(const char *path, uint32_t *attributes) noexcept {
   const DWORD word = GetFileAttributesA(path);
   if (word == INVALID_FILE_ATTRIBUTES) return tov::MapLastSystemError();
   *attributes = word;
   return TOV_OK;
 }
 
-extern "C" TOV_Status TOV_FileDelete(const char *path) {
+extern "C" TOV_Status TOV_FileDelete(const char *path) noexcept {
   return DeleteFileA(path) ? TOV_OK : tov::MapLastSystemError();
 }

@@ -11,8 +11,6 @@
 #include <algorithm>
 #include <cstring>
 
-using namespace tov;
-
 namespace {
 
 // Frees a list node by node.
@@ -37,10 +35,10 @@ struct Answer {
 extern "C" TOV_Status TOV_GetAddrBufList(const char *host, uint16_t *port,
                                          TOV_AddrBuf **list) noexcept {
   if (!list || *list || !host) return TOV_ERR_INVALID_PARAMETER;
-  UniqueBlock<char> copy(TOV_strdup(libTag(), host));
+  tov::UniqueBlock<char> copy(TOV_strdup(tov::libTag(), host));
   if (!copy) return TOV_ERR_NO_MEMORY;
   uint16_t found = 0;
-  const char *name = splitHostPort(copy.get(), &found);
+  const char *name = tov::splitHostPort(copy.get(), &found);
 
   // Any family, stream sockets: each address comes once.
   addrinfo hints{};
@@ -56,7 +54,7 @@ extern "C" TOV_Status TOV_GetAddrBufList(const char *host, uint16_t *port,
   // Each address pushed at the front: the list runs in the reverse order.
   TOV_AddrBuf *head = nullptr;
   for (const addrinfo *ai = answer.first; ai; ai = ai->ai_next) {
-    auto *node = static_cast<TOV_AddrBuf *>(TOV_calloc(libTag(), 1, sizeof(TOV_AddrBuf)));
+    auto *node = static_cast<TOV_AddrBuf *>(TOV_calloc(tov::libTag(), 1, sizeof(TOV_AddrBuf)));
     if (!node) {
       freeList(head);
       if (port) *port = 0;

@@ -129,7 +129,7 @@ bool TOV_FDS::grow() noexcept {
   return true;
 }
 
-extern "C" TOV_Status TOV_FDSCreate(uint32_t sizeHint, TOV_FDS **setOut) {
+extern "C" TOV_Status TOV_FDSCreate(uint32_t sizeHint, TOV_FDS **setOut) noexcept {
   TOV_FRAME(setOut != nullptr);
   auto *set = static_cast<TOV_FDS *>(TOV_calloc(tov::libTag(), 1, sizeof(TOV_FDS)));
   if (set == nullptr) return TOV_ERR_NO_MEMORY;
@@ -138,7 +138,7 @@ extern "C" TOV_Status TOV_FDSCreate(uint32_t sizeHint, TOV_FDS **setOut) {
   return TOV_OK;
 }
 
-extern "C" TOV_Status TOV_FDSDestroy(TOV_FDS **setVar, TOV_FDSCallback callback) {
+extern "C" TOV_Status TOV_FDSDestroy(TOV_FDS **setVar, TOV_FDSCallback callback) noexcept {
   TOV_FRAME(setVar != nullptr);
   TOV_FDS *set = *setVar;
   if (set == nullptr) return TOV_ERR_INVALID_HANDLE; // already destroyed
@@ -155,14 +155,14 @@ extern "C" TOV_Status TOV_FDSDestroy(TOV_FDS **setVar, TOV_FDSCallback callback)
 }
 
 extern "C" TOV_Status TOV_FDSAssociate(TOV_FDS *set, TOV_Skt *handle, uint32_t flags,
-                                       uint64_t context) {
+                                       uint64_t context) noexcept {
   TOV_FRAME(set != nullptr && handle != nullptr && flags != 0);
   SOCKET sock;
   tov::sktSystemSocket(handle, &sock);
-  if (set->entryCount == set->allocated && !set->grow()) return TOV_ERR_NO_MEMORY;
-
   const Slot h = set->findHandle(handle);
   if (h.found) return TOV_ERR_ALREADY_EXISTS;
+  // Grown only to insert; the growth keeps every position found above.
+  if (set->entryCount == set->allocated && !set->grow()) return TOV_ERR_NO_MEMORY;
   const Slot s = search<socketKey>(set->bySocket, set->entryCount, static_cast<uint64_t>(sock));
 
   auto *e = static_cast<TOV_FDSEntry *>(TOV_malloc(tov::libTag(), sizeof(TOV_FDSEntry)));
@@ -176,7 +176,7 @@ extern "C" TOV_Status TOV_FDSAssociate(TOV_FDS *set, TOV_Skt *handle, uint32_t f
 }
 
 extern "C" TOV_Status TOV_FDSModify(TOV_FDS *set, TOV_Skt *handle, uint32_t what, uint32_t *flags,
-                                    uint64_t *context) {
+                                    uint64_t *context) noexcept {
   TOV_FRAME(set != nullptr && handle != nullptr &&
             (!(what & TOV_FDS_SET_FLAGS) || flags != nullptr) &&
             (!(what & TOV_FDS_SET_CONTEXT) || context != nullptr));
@@ -197,7 +197,7 @@ extern "C" TOV_Status TOV_FDSModify(TOV_FDS *set, TOV_Skt *handle, uint32_t what
   return TOV_OK;
 }
 
-extern "C" TOV_Status TOV_FDSRemove(TOV_FDS *set, TOV_Skt *handle, uint64_t *context) {
+extern "C" TOV_Status TOV_FDSRemove(TOV_FDS *set, TOV_Skt *handle, uint64_t *context) noexcept {
   TOV_FRAME(set != nullptr && handle != nullptr);
   const Slot h = set->findHandle(handle);
   if (!h.found) return TOV_ERR_NOT_FOUND;
@@ -216,7 +216,7 @@ extern "C" TOV_Status TOV_FDSRemove(TOV_FDS *set, TOV_Skt *handle, uint64_t *con
   return TOV_OK;
 }
 
-extern "C" TOV_Status TOV_FDSCount(TOV_FDS *set, uint32_t *count, uint32_t which) {
+extern "C" TOV_Status TOV_FDSCount(TOV_FDS *set, uint32_t *count, uint32_t which) noexcept {
   TOV_FRAME(set != nullptr && count != nullptr && which != 0);
   uint32_t sum = 0;
   for (uint32_t bit : kInterests)
@@ -225,7 +225,7 @@ extern "C" TOV_Status TOV_FDSCount(TOV_FDS *set, uint32_t *count, uint32_t which
   return TOV_OK;
 }
 
-extern "C" TOV_Status TOV_FDSEnumerate(TOV_FDS *set, TOV_FDSCallback callback) {
+extern "C" TOV_Status TOV_FDSEnumerate(TOV_FDS *set, TOV_FDSCallback callback) noexcept {
   TOV_FRAME(set != nullptr && callback != nullptr);
   for (uint32_t i = 0; i < set->entryCount; ++i) {
     const TOV_FDSEntry *e = set->byHandle[i];
@@ -235,7 +235,7 @@ extern "C" TOV_Status TOV_FDSEnumerate(TOV_FDS *set, TOV_FDSCallback callback) {
 }
 
 extern "C" TOV_Status TOV_FDSSelect(TOV_FDS *set, uint32_t which, TOV_FDSResult *results,
-                                    uint32_t *count, uint32_t timeoutMs) {
+                                    uint32_t *count, uint32_t timeoutMs) noexcept {
   TOV_FRAME(set != nullptr && which != 0 && count != nullptr &&
             (results != nullptr || *count == 0));
   timeval timeout{static_cast<long>(timeoutMs / 1000), static_cast<long>(timeoutMs % 1000) * 1000};

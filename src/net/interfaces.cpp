@@ -17,8 +17,6 @@
 #include <algorithm>
 #include <cstring>
 
-using namespace tov;
-
 namespace {
 
 static_assert(sizeof(TOV_SktInterface) == 72);
@@ -27,8 +25,8 @@ static_assert(sizeof(INTERFACE_INFO) == 76 && sizeof(IPX_ADDRESS_DATA) == 24);
 // GetAdaptersAddresses, found on the first IPv6 list; the last clean-up
 // unloads the library and forgets the entry point.
 using GetAdaptersAddressesFn = ULONG WINAPI(ULONG, ULONG, PVOID, PIP_ADAPTER_ADDRESSES, PULONG);
-constinit DynLibrary g_iphlpapi{"iphlpapi.dll", DynLibraryBase::Load::Owned,
-                                "GetAdaptersAddresses"};
+constinit tov::DynLibrary g_iphlpapi{"iphlpapi.dll", tov::DynLibraryBase::Load::Owned,
+                                     "GetAdaptersAddresses"};
 constexpr size_t kGetAdaptersAddresses = 0;
 
 constexpr uint16_t kIpx = 6;
@@ -58,7 +56,7 @@ struct Records {
   ~Records() { TOV_free(block); }
 
   bool allocate(size_t n) noexcept {
-    block = static_cast<TOV_SktInterface *>(TOV_calloc(libTag(), n, sizeof(TOV_SktInterface)));
+    block = static_cast<TOV_SktInterface *>(TOV_calloc(tov::libTag(), n, sizeof(TOV_SktInterface)));
     return block != nullptr;
   }
   // Appends a record of family with flags and the bytes that follow the
@@ -122,7 +120,7 @@ TOV_Status ipv4Pass(uint32_t selector, Records &out) noexcept {
   DWORD bytes = 0;
   if (WSAIoctl(sock.s, SIO_GET_INTERFACE_LIST, nullptr, 0, list, sizeof list, &bytes, nullptr,
                nullptr) != 0)
-    return MapWSALastError();
+    return tov::MapWSALastError();
   const size_t entries = bytes / sizeof(INTERFACE_INFO);
   if (entries == 0) return TOV_OK;
   if (!out.allocate(entries)) return TOV_ERR_NO_MEMORY;
@@ -153,12 +151,12 @@ TOV_Status ipv6Pass(uint32_t selector, Records &out) noexcept {
   if (!getAdapters) return TOV_OK;
   ULONG size = 0;
   ULONG rc = getAdapters(AF_INET6, kAdapterFlags, nullptr, nullptr, &size);
-  if (rc != ERROR_BUFFER_OVERFLOW) return MapSystemError(rc);
-  UniqueBlock<IP_ADAPTER_ADDRESSES> adapters(
-      static_cast<IP_ADAPTER_ADDRESSES *>(TOV_malloc(libTag(), size)));
+  if (rc != ERROR_BUFFER_OVERFLOW) return tov::MapSystemError(rc);
+  tov::UniqueBlock<IP_ADAPTER_ADDRESSES> adapters(
+      static_cast<IP_ADAPTER_ADDRESSES *>(TOV_malloc(tov::libTag(), size)));
   if (!adapters) return TOV_ERR_NO_MEMORY;
   if ((rc = getAdapters(AF_INET6, kAdapterFlags, nullptr, adapters.get(), &size)) != 0)
-    return MapSystemError(rc);
+    return tov::MapSystemError(rc);
 
   // Walked twice: counting, then filling.
   for (int fill = 0; fill < 2; ++fill) {

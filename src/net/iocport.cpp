@@ -4,9 +4,9 @@
 // variable, and a time-out comes back as the raw wait time-out number.
 #include "net/socket.h"
 
-#include "frame/lifecycle.h"
 #include "frame/errors.h"
 #include "frame/handle.h"
+#include "frame/lifecycle.h"
 
 #include <winsock2.h>
 #include <windows.h>
@@ -18,7 +18,7 @@ struct TOV_IOCPort {
   uint32_t concurrency; // given at creation, reused for every association
 };
 
-extern "C" TOV_Status TOV_IOCPortCreate(uint32_t concurrency, TOV_IOCPort **portOut) {
+extern "C" TOV_Status TOV_IOCPortCreate(uint32_t concurrency, TOV_IOCPort **portOut) noexcept {
   TOV_FRAME(portOut != nullptr);
   tov::UniqueBlock<TOV_IOCPort> obj(
       static_cast<TOV_IOCPort *>(TOV_malloc(tov::libTag(), sizeof(TOV_IOCPort))));
@@ -31,17 +31,14 @@ extern "C" TOV_Status TOV_IOCPortCreate(uint32_t concurrency, TOV_IOCPort **port
   return TOV_OK;
 }
 
-extern "C" TOV_Status TOV_IOCPortDestroy(TOV_IOCPort **port) {
+extern "C" TOV_Status TOV_IOCPortDestroy(TOV_IOCPort **port) noexcept {
   TOV_FRAME(port != nullptr);
-  TOV_IOCPort *obj = *port;
-  if (!obj) return TOV_ERR_INVALID_HANDLE; // already destroyed: nothing to close
-  const TOV_Status status = CloseHandle(obj->port) ? TOV_OK : tov::MapLastSystemError();
-  TOV_free(obj);
-  *port = nullptr;
-  return status;
+  return tov::closeAndClear<tov::Holds::Record>(
+      port, [](TOV_IOCPort *obj) { return tov::closeKernelHandle(obj->port); });
 }
 
-extern "C" TOV_Status TOV_IOCPortAssociate(TOV_IOCPort *port, TOV_Skt *socket, uint64_t key) {
+extern "C" TOV_Status TOV_IOCPortAssociate(TOV_IOCPort *port, TOV_Skt *socket,
+                                           uint64_t key) noexcept {
   SOCKET s;
   tov::sktSystemSocket(socket, &s);
   if (CreateIoCompletionPort(reinterpret_cast<HANDLE>(s), port->port, static_cast<ULONG_PTR>(key),
@@ -51,14 +48,14 @@ extern "C" TOV_Status TOV_IOCPortAssociate(TOV_IOCPort *port, TOV_Skt *socket, u
 }
 
 extern "C" TOV_Status TOV_IOCPortSignal(TOV_IOCPort *port, uint32_t byteCount, uint64_t key,
-                                        OVERLAPPED *overlapped) {
+                                        OVERLAPPED *overlapped) noexcept {
   if (!PostQueuedCompletionStatus(port->port, byteCount, static_cast<ULONG_PTR>(key), overlapped))
     return tov::MapLastSystemError();
   return TOV_OK;
 }
 
 extern "C" TOV_Status TOV_IOCPortWait(TOV_IOCPort *port, uint64_t *byteCount, uint64_t *key,
-                                      OVERLAPPED **overlapped, uint32_t timeoutMs) {
+                                      OVERLAPPED **overlapped, uint32_t timeoutMs) noexcept {
   DWORD count = 0;
   OVERLAPPED *ov = nullptr;
   // The key goes straight to the caller: the system writes it for a failed

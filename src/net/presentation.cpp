@@ -414,7 +414,7 @@ uint16_t guessFamily(const char *p) noexcept {
 } // namespace
 
 extern "C" TOV_Status TOV_SktNetToPresentation(const sockaddr *address, uint32_t flags,
-                                               char *text) {
+                                               char *text) noexcept {
   uint16_t family;
   std::memcpy(&family, address, sizeof family);
   if (family != kFamilyIPv4 && family != kFamilyIPX && family != kFamilyIPv6)
@@ -438,7 +438,7 @@ extern "C" TOV_Status TOV_SktNetToPresentation(const sockaddr *address, uint32_t
 }
 
 extern "C" TOV_Status TOV_SktPresentationToNet(const char *text, uint32_t *flags, sockaddr *address,
-                                               uint64_t *addressSize) {
+                                               uint64_t *addressSize) noexcept {
   uint32_t &found = *flags;
   found = 0;
   const Target target{reinterpret_cast<uint8_t *>(address), addressSize};

@@ -3,9 +3,9 @@
 // completion ports; a call the system leaves pending counts as success.
 #include "net/socket.h"
 
-#include "frame/lifecycle.h"
 #include "frame/errors.h"
 #include "frame/handle.h"
+#include "frame/lifecycle.h"
 
 #include <winsock2.h>
 #include <windows.h>
@@ -31,7 +31,7 @@ int32_t platformOption(int32_t level, int32_t name) noexcept {
 } // namespace
 
 extern "C" TOV_Status TOV_SktCreate(int32_t family, int32_t type, int32_t protocol,
-                                    TOV_Skt **socketOut) {
+                                    TOV_Skt **socketOut) noexcept {
   TOV_FRAME(socketOut != nullptr);
   tov::UniqueBlock<TOV_Skt> skt(static_cast<TOV_Skt *>(TOV_malloc(tov::libTag(), sizeof(TOV_Skt))));
   if (!skt) return TOV_ERR_NO_MEMORY;
@@ -43,31 +43,29 @@ extern "C" TOV_Status TOV_SktCreate(int32_t family, int32_t type, int32_t protoc
   return TOV_OK;
 }
 
-extern "C" TOV_Status TOV_SktDestroy(TOV_Skt **socket) {
+extern "C" TOV_Status TOV_SktDestroy(TOV_Skt **socket) noexcept {
   TOV_FRAME(socket != nullptr);
-  TOV_Skt *skt = *socket;
-  if (!skt) return TOV_ERR_INVALID_HANDLE; // already destroyed: nothing to close
-  const TOV_Status status = closesocket(skt->sock) == 0 ? TOV_OK : tov::MapWSALastError();
-  TOV_free(skt);
-  *socket = nullptr;
-  return status;
+  return tov::closeAndClear<tov::Holds::Record>(socket, [](TOV_Skt *skt) {
+    return closesocket(skt->sock) == 0 ? TOV_OK : tov::MapWSALastError();
+  });
 }
 
-extern "C" TOV_Status TOV_SktBind(TOV_Skt *skt, const sockaddr *address, uint64_t addressLength) {
+extern "C" TOV_Status TOV_SktBind(TOV_Skt *skt, const sockaddr *address,
+                                  uint64_t addressLength) noexcept {
   TOV_FRAME(skt && address && addressLength != 0);
   if (bind(skt->sock, address, static_cast<int>(low32(addressLength))) != 0)
     return tov::MapWSALastError();
   return TOV_OK;
 }
 
-extern "C" TOV_Status TOV_SktListen(TOV_Skt *skt, int32_t backlog) {
+extern "C" TOV_Status TOV_SktListen(TOV_Skt *skt, int32_t backlog) noexcept {
   TOV_FRAME(skt != nullptr);
   if (listen(skt->sock, backlog) != 0) return tov::MapWSALastError();
   return TOV_OK;
 }
 
 extern "C" TOV_Status TOV_SktAccept(TOV_Skt *listener, TOV_Skt **socketOut, sockaddr *peer,
-                                    int32_t *peerLength) {
+                                    int32_t *peerLength) noexcept {
   TOV_FRAME(listener && socketOut);
   const SOCKET s = WSAAccept(listener->sock, peer, peerLength, nullptr, 0);
   if (s == INVALID_SOCKET) return tov::MapWSALastError();
@@ -83,7 +81,7 @@ extern "C" TOV_Status TOV_SktAccept(TOV_Skt *listener, TOV_Skt **socketOut, sock
 }
 
 extern "C" TOV_Status TOV_SktConnect(TOV_Skt *skt, const sockaddr *address,
-                                     uint64_t addressLength) {
+                                     uint64_t addressLength) noexcept {
   TOV_FRAME(skt && address && addressLength != 0);
   if (WSAConnect(skt->sock, address, static_cast<int>(low32(addressLength)), nullptr, nullptr,
                  nullptr, nullptr) != 0)
@@ -91,7 +89,7 @@ extern "C" TOV_Status TOV_SktConnect(TOV_Skt *skt, const sockaddr *address,
   return TOV_OK;
 }
 
-extern "C" TOV_Status TOV_SktShutdown(TOV_Skt *skt, int32_t how) {
+extern "C" TOV_Status TOV_SktShutdown(TOV_Skt *skt, int32_t how) noexcept {
   TOV_FRAME(skt != nullptr);
   if (shutdown(skt->sock, how) != 0) return tov::MapWSALastError();
   return TOV_OK;
@@ -112,17 +110,17 @@ TOV_Status socketAddress(int(WSAAPI *query)(SOCKET, sockaddr *, int *), TOV_Skt 
 } // namespace
 
 extern "C" TOV_Status TOV_SktGetLocalAddress(TOV_Skt *skt, sockaddr *address,
-                                             int32_t *addressLength) {
+                                             int32_t *addressLength) noexcept {
   return socketAddress(getsockname, skt, address, addressLength);
 }
 
 extern "C" TOV_Status TOV_SktGetRemoteAddress(TOV_Skt *skt, sockaddr *address,
-                                              int32_t *addressLength) {
+                                              int32_t *addressLength) noexcept {
   return socketAddress(getpeername, skt, address, addressLength);
 }
 
 extern "C" TOV_Status TOV_SktGetOption(TOV_Skt *skt, int32_t level, int32_t name, void *value,
-                                       uint64_t *valueLength) {
+                                       uint64_t *valueLength) noexcept {
   TOV_FRAME(skt && (value || !valueLength));
   if (isRemembered(level, name)) {
     // Nothing to write the remembered value into.
@@ -141,7 +139,7 @@ extern "C" TOV_Status TOV_SktGetOption(TOV_Skt *skt, int32_t level, int32_t name
 }
 
 extern "C" TOV_Status TOV_SktSetOption(TOV_Skt *skt, int32_t level, int32_t name, const void *value,
-                                       uint64_t valueLength) {
+                                       uint64_t valueLength) noexcept {
   TOV_FRAME(skt && (value || valueLength == 0));
   if (isRemembered(level, name)) {
     if (!value) return TOV_ERR_INVALID_PARAMETER;
@@ -158,7 +156,7 @@ extern "C" TOV_Status TOV_SktSetOption(TOV_Skt *skt, int32_t level, int32_t name
 
 extern "C" TOV_Status TOV_SktIOCtl(TOV_Skt *skt, uint32_t code, const void *input,
                                    uint64_t inputLength, void *output, uint64_t *outputLength,
-                                   OVERLAPPED *overlapped) {
+                                   OVERLAPPED *overlapped) noexcept {
   TOV_FRAME(skt && (input || inputLength == 0) && (output || !outputLength || *outputLength == 0));
   DWORD returned = 0;
   if (WSAIoctl(skt->sock, code, const_cast<void *>(input), low32(inputLength), output,
@@ -209,14 +207,14 @@ TOV_Status receiveList(TOV_Skt *skt, WSABUF *buffers, uint32_t count, uint64_t *
 
 extern "C" TOV_Status TOV_SktSend(TOV_Skt *skt, WSABUF *buffers, uint32_t count,
                                   uint64_t *bytesSent, uint32_t flags, const sockaddr *to,
-                                  int32_t toLength, OVERLAPPED *overlapped) {
+                                  int32_t toLength, OVERLAPPED *overlapped) noexcept {
   TOV_FRAME(skt && (buffers || count == 0));
   return sendList(skt, buffers, count, bytesSent, flags, to, toLength, overlapped);
 }
 
 extern "C" TOV_Status TOV_SktSendBuf(TOV_Skt *skt, const void *data, uint64_t length,
                                      uint64_t *bytesSent, uint32_t flags, const sockaddr *to,
-                                     int32_t toLength, OVERLAPPED *overlapped) {
+                                     int32_t toLength, OVERLAPPED *overlapped) noexcept {
   TOV_FRAME(skt && (data || length == 0));
   WSABUF one{low32(length), static_cast<char *>(const_cast<void *>(data))};
   return sendList(skt, &one, 1, bytesSent, flags, to, toLength, overlapped);
@@ -224,14 +222,14 @@ extern "C" TOV_Status TOV_SktSendBuf(TOV_Skt *skt, const void *data, uint64_t le
 
 extern "C" TOV_Status TOV_SktReceive(TOV_Skt *skt, WSABUF *buffers, uint32_t count,
                                      uint64_t *bytesReceived, uint32_t *flags, sockaddr *from,
-                                     int32_t *fromLength, OVERLAPPED *overlapped) {
+                                     int32_t *fromLength, OVERLAPPED *overlapped) noexcept {
   TOV_FRAME(skt && (buffers || count == 0));
   return receiveList(skt, buffers, count, bytesReceived, flags, from, fromLength, overlapped);
 }
 
 extern "C" TOV_Status TOV_SktRecvBuf(TOV_Skt *skt, void *buffer, uint64_t length,
                                      uint64_t *bytesReceived, uint32_t *flags, sockaddr *from,
-                                     int32_t *fromLength, OVERLAPPED *overlapped) {
+                                     int32_t *fromLength, OVERLAPPED *overlapped) noexcept {
   TOV_FRAME(skt && (buffer || length == 0));
   WSABUF one{low32(length), static_cast<char *>(buffer)};
   return receiveList(skt, &one, 1, bytesReceived, flags, from, fromLength, overlapped);

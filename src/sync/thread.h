@@ -7,7 +7,9 @@ namespace tov {
 
 // Thread-end hook: the thread with this id is ending (called from the
 // loader's thread-detach notice, on that thread). Drops its description
-// record, if it has one. Takes only the description list's spin lock.
+// record, if it has one, and clears the calling thread's slot, so that the
+// thread has no record from then on. Takes only the description list's spin
+// lock; a record that a reader still copies is freed by that reader.
 void threadEnded(uint64_t threadId) noexcept;
 
 // Description clean-up: frees every description record and the thread-local

@@ -40,14 +40,12 @@ int32_t busyPercent(uint64_t busyDelta, uint64_t totalDelta) {
 
 } // namespace
 
-using namespace tov;
-
 extern "C" TOV_Status TOV_GetCPUUsageHandle(TOV_CPUUsage **handleOut) noexcept {
   TOV_FRAME(handleOut != nullptr);
   *handleOut = nullptr;
   TOV_CPUUsage sample;
-  if (!takeSample(&sample)) return MapLastSystemError();
-  auto *record = static_cast<TOV_CPUUsage *>(TOV_malloc(libTag(), sizeof(TOV_CPUUsage)));
+  if (!takeSample(&sample)) return tov::MapLastSystemError();
+  auto *record = static_cast<TOV_CPUUsage *>(TOV_malloc(tov::libTag(), sizeof(TOV_CPUUsage)));
   if (!record) return TOV_ERR_NO_MEMORY;
   *record = sample;
   *handleOut = record;
@@ -58,7 +56,7 @@ extern "C" TOV_Status TOV_GetCPUUsagePercent(TOV_CPUUsage *handle, int32_t *perc
   TOV_FRAME(handle != nullptr && percent != nullptr);
   *percent = -1;
   TOV_CPUUsage sample;
-  if (!takeSample(&sample)) return MapLastSystemError();
+  if (!takeSample(&sample)) return tov::MapLastSystemError();
   *percent = busyPercent(sample.busy - handle->busy, sample.total - handle->total);
   *handle = sample;
   return TOV_OK;

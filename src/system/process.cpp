@@ -7,21 +7,19 @@
 #include "frame/handle.h"
 #include "frame/lifecycle.h"
 
-using namespace tov;
-
 namespace {
 
 // Tool help is reached through the resident kernel module at run time.
-constinit DynLibrary g_toolHelp{"kernel32.dll",
-                                DynLibraryBase::Load::Resident,
-                                "CreateToolhelp32Snapshot",
-                                "OpenThread",
-                                "Process32First",
-                                "Process32Next",
-                                "Thread32First",
-                                "Thread32Next",
-                                "Module32First",
-                                "Module32Next"};
+constinit tov::DynLibrary g_toolHelp{"kernel32.dll",
+                                     tov::DynLibraryBase::Load::Resident,
+                                     "CreateToolhelp32Snapshot",
+                                     "OpenThread",
+                                     "Process32First",
+                                     "Process32Next",
+                                     "Thread32First",
+                                     "Thread32Next",
+                                     "Module32First",
+                                     "Module32Next"};
 // Indexes into the table above.
 constexpr size_t kSnapshot = 0, kOpenThread = 1, kProcessFirst = 2, kProcessNext = 3,
                  kThreadFirst = 4, kThreadNext = 5, kModuleFirst = 6, kModuleNext = 7;
@@ -47,8 +45,8 @@ template <typename Entry> BOOL walk(size_t entry, HANDLE snapshot, Entry *e) noe
 template <typename Entry, typename Pick>
 TOV_Status listIds(DWORD flags, uint64_t processId, size_t first, uint64_t *ids, uint32_t *count,
                    Pick pick) noexcept {
-  UniqueHandle snapshot(toolHelpSnapshot(flags, static_cast<DWORD>(processId)));
-  if (!snapshot) return MapLastSystemError();
+  tov::UniqueHandle snapshot(tov::toolHelpSnapshot(flags, static_cast<DWORD>(processId)));
+  if (!snapshot) return tov::MapLastSystemError();
   Entry entry{};
   entry.dwSize = sizeof entry;
   const uint32_t room = *count;
@@ -62,7 +60,7 @@ TOV_Status listIds(DWORD flags, uint64_t processId, size_t first, uint64_t *ids,
     ++found;
   }
   // Running out of entries is the only good end of a walk.
-  if (const TOV_Status end = MapLastSystemError(); end != TOV_ERR_END_OF_DATA) return end;
+  if (const TOV_Status end = tov::MapLastSystemError(); end != TOV_ERR_END_OF_DATA) return end;
   *count = found;
   return found > room ? TOV_ERR_BUFFER_TOO_SMALL : TOV_OK;
 }
@@ -121,7 +119,8 @@ extern "C" TOV_Status TOV_SysAllocThreadCtx(TOV_MemTag tag, uint64_t processId, 
   // Suspending the calling thread would never return; an id above 32 bits
   // would be cut to one that may be the caller's.
   TOV_FRAME(tag && ctxOut && threadId <= 0xFFFFFFFFu && threadId != GetCurrentThreadId());
-  UniqueBlock<ThreadCtx> ctx(static_cast<ThreadCtx *>(TOV_malloc(tag, sizeof(ThreadCtx))));
+  tov::UniqueBlock<tov::ThreadCtx> ctx(
+      static_cast<tov::ThreadCtx *>(TOV_malloc(tag, sizeof(tov::ThreadCtx))));
   if (!ctx) return TOV_ERR_NO_MEMORY;
   ctx->processId = processId;
   ctx->process = ctx->thread = INVALID_HANDLE_VALUE;
@@ -130,11 +129,11 @@ extern "C" TOV_Status TOV_SysAllocThreadCtx(TOV_MemTag tag, uint64_t processId, 
 
   HANDLE thread = g_toolHelp.call<OpenThreadFn>(kOpenThread, HANDLE{}, kThreadAccess, FALSE,
                                                 static_cast<DWORD>(threadId));
-  if (!thread) return MapLastSystemError();
+  if (!thread) return tov::MapLastSystemError();
   SuspendThread(thread);
   ctx->context.ContextFlags = kContextFlags;
   if (!GetThreadContext(thread, &ctx->context)) {
-    const TOV_Status status = MapLastSystemError();
+    const TOV_Status status = tov::MapLastSystemError();
     ResumeThread(thread);
     CloseHandle(thread);
     return status;
@@ -146,7 +145,7 @@ extern "C" TOV_Status TOV_SysAllocThreadCtx(TOV_MemTag tag, uint64_t processId, 
 
 extern "C" TOV_Status TOV_SysFreeThreadCtx(TOV_ThreadCtxHandle handle) noexcept {
   TOV_FRAME(handle != nullptr);
-  auto *ctx = static_cast<ThreadCtx *>(handle);
+  auto *ctx = static_cast<tov::ThreadCtx *>(handle);
   if (ctx->process != INVALID_HANDLE_VALUE) CloseHandle(ctx->process);
   if (ctx->thread != INVALID_HANDLE_VALUE) {
     ResumeThread(ctx->thread);

@@ -13,16 +13,21 @@
 #include <cstddef>
 #include <cstring>
 
-using namespace tov;
-
 namespace {
 
-constinit DynLibrary g_dbgHelp{
-    "dbghelp.dll",        DynLibraryBase::Load::Owned, "SymInitialize",
-    "StackWalk64",        "SymLoadModule64",           "SymGetOptions",
-    "SymSetOptions",      "SymGetSymFromAddr64",       "SymGetLineFromAddr64",
-    "SymGetModuleInfo64", "SymFunctionTableAccess64",  "SymGetModuleBase64",
-    "SymCleanup"};
+constinit tov::DynLibrary g_dbgHelp{"dbghelp.dll",
+                                    tov::DynLibraryBase::Load::Owned,
+                                    "SymInitialize",
+                                    "StackWalk64",
+                                    "SymLoadModule64",
+                                    "SymGetOptions",
+                                    "SymSetOptions",
+                                    "SymGetSymFromAddr64",
+                                    "SymGetLineFromAddr64",
+                                    "SymGetModuleInfo64",
+                                    "SymFunctionTableAccess64",
+                                    "SymGetModuleBase64",
+                                    "SymCleanup"};
 // Indexes into the table above.
 constexpr size_t kInitialize = 0, kStackWalk = 1, kLoadModule = 2, kGetOptions = 3, kSetOptions = 4,
                  kSymFromAddr = 5, kLineFromAddr = 6, kModuleInfo = 7, kFunctionTable = 8,
@@ -139,8 +144,8 @@ TOV_Status startHandler() noexcept {
   buildSearchPath(path);
   // Without the library (or its entry point) the module counts as not found.
   auto *initialize = g_dbgHelp.get<InitializeFn>(kInitialize);
-  if (!initialize) return MapSystemError(ERROR_MOD_NOT_FOUND);
-  if (!initialize(kHandler, path.finish(), FALSE)) return MapLastSystemError();
+  if (!initialize) return tov::MapSystemError(ERROR_MOD_NOT_FOUND);
+  if (!initialize(kHandler, path.finish(), FALSE)) return tov::MapLastSystemError();
   g_handlerStarted = true;
   return TOV_OK;
 }
@@ -148,12 +153,12 @@ TOV_Status startHandler() noexcept {
 // Offers every module of the process to the handler; modules it knows
 // already are refused, which is harmless.
 void loadModules(uint64_t processId) noexcept {
-  UniqueHandle snapshot(toolHelpSnapshot(kSnapModules, static_cast<DWORD>(processId)));
+  tov::UniqueHandle snapshot(tov::toolHelpSnapshot(kSnapModules, static_cast<DWORD>(processId)));
   if (!snapshot) return;
   MODULEENTRY32 module{};
   module.dwSize = sizeof module;
-  for (BOOL more = toolHelpModuleFirst(snapshot.get(), &module); more;
-       more = toolHelpModuleNext(snapshot.get(), &module))
+  for (BOOL more = tov::toolHelpModuleFirst(snapshot.get(), &module); more;
+       more = tov::toolHelpModuleNext(snapshot.get(), &module))
     g_dbgHelp.call<LoadModuleFn>(kLoadModule, DWORD64{0}, kHandler, HANDLE{}, module.szExePath,
                                  module.szModule, reinterpret_cast<DWORD64>(module.modBaseAddr),
                                  module.modBaseSize);
@@ -181,7 +186,7 @@ void debugHelpCleanup() noexcept {
 
 extern "C" TOV_Status TOV_SysStackWalk(TOV_ThreadCtxHandle handle, uint64_t *address) noexcept {
   TOV_FRAME(handle && address);
-  auto *ctx = static_cast<ThreadCtx *>(handle);
+  auto *ctx = static_cast<tov::ThreadCtx *>(handle);
   STACKFRAME64 &frame = ctx->frame;
   if (*address == 0) {
     frame = STACKFRAME64{};
@@ -194,7 +199,7 @@ extern "C" TOV_Status TOV_SysStackWalk(TOV_ThreadCtxHandle handle, uint64_t *add
   }
   if (ctx->process == INVALID_HANDLE_VALUE) {
     HANDLE process = OpenProcess(kProcessRead, FALSE, static_cast<DWORD>(ctx->processId));
-    if (!process) return MapLastSystemError();
+    if (!process) return tov::MapLastSystemError();
     ctx->process = process;
   }
   Locked locked;
@@ -202,7 +207,7 @@ extern "C" TOV_Status TOV_SysStackWalk(TOV_ThreadCtxHandle handle, uint64_t *add
                                    ctx->thread, &frame, &ctx->context, nullptr,
                                    functionTableOfHandler, moduleBaseOfHandler, nullptr) &&
       frame.AddrReturn.Offset != 0)
-    return MapLastSystemError();
+    return tov::MapLastSystemError();
   *address = frame.AddrReturn.Offset;
   return TOV_OK;
 }
@@ -222,8 +227,8 @@ extern "C" TOV_Status TOV_SysGetSymbolInfo(uint64_t processId, uint64_t address,
   // The symbol record with room for the name and its terminator.
   size_t recordSize;
   if (__builtin_add_overflow(nameSize, 32, &recordSize)) return TOV_ERR_NO_MEMORY;
-  UniqueBlock<IMAGEHLP_SYMBOL64> symbol(
-      static_cast<IMAGEHLP_SYMBOL64 *>(TOV_malloc(libTag(), recordSize)));
+  tov::UniqueBlock<IMAGEHLP_SYMBOL64> symbol(
+      static_cast<IMAGEHLP_SYMBOL64 *>(TOV_malloc(tov::libTag(), recordSize)));
   if (!symbol) return TOV_ERR_NO_MEMORY;
 
   // A piece that was not asked for counts as found.
@@ -241,7 +246,7 @@ extern "C" TOV_Status TOV_SysGetSymbolInfo(uint64_t processId, uint64_t address,
       copyCut(name, nameSize, symbol->Name);
       if (displacementOut) *displacementOut = displacement;
     } else {
-      nameStatus = MapLastSystemError();
+      nameStatus = tov::MapLastSystemError();
     }
   }
   if (lineOut || fileSize > 0) {
@@ -254,7 +259,7 @@ extern "C" TOV_Status TOV_SysGetSymbolInfo(uint64_t processId, uint64_t address,
       if (lineOut) *lineOut = line.LineNumber;
       if (fileSize > 0) copyCut(file, fileSize, line.FileName);
     } else {
-      lineStatus = MapLastSystemError();
+      lineStatus = tov::MapLastSystemError();
     }
   }
   if (moduleNameSize > 0 || moduleBaseOut || moduleSizeOut || moduleTimeStampOut) {
@@ -269,7 +274,7 @@ extern "C" TOV_Status TOV_SysGetSymbolInfo(uint64_t processId, uint64_t address,
       if (moduleSizeOut) *moduleSizeOut = module.ImageSize;
       if (moduleTimeStampOut) *moduleTimeStampOut = module.TimeDateStamp;
     } else {
-      moduleStatus = MapLastSystemError();
+      moduleStatus = tov::MapLastSystemError();
     }
   }
   const bool allFailed = nameStatus != TOV_OK && lineStatus != TOV_OK && moduleStatus != TOV_OK;

@@ -120,15 +120,30 @@ TEST(Buf, RoomTestEdges) {
   EXPECT_EQ(G(64).all, g.all);
 }
 
+// A limit at the top of the address space leaves room for all below it: the
+// one-byte calls compare cursor and limit as addresses, as the data calls do.
+TEST(Buf, LimitAtTheTopOfTheAddressSpace) {
+  G g(2, {0x5A});
+  P c = g.begin(), top = P(~uintptr_t{0});
+  uint8_t got = 0;
+  EXPECT_EQ(TOV_OK, TOV_BufGetByte(&c, top, &got));
+  EXPECT_EQ(TOV_OK, TOV_BufPutByte(&c, top, 0x77));
+  EXPECT_EQ(TOV_OK, TOV_BufGetData(&c, top, 0, &got));
+  EXPECT_EQ(std::make_tuple(c, got), std::make_tuple(g.begin() + 2, uint8_t{0x5A}));
+  EXPECT_EQ(G(2, {0x5A, 0x77}).all, g.all);
+}
+
 // Reading prefixed items. GetSizedData hands out a pointer into the buffer,
 // and the announced count even when the item does not fit (not when the
 // prefix is cut short). GetUniStr judges the destination's size before the
 // limit, so too small a destination hears so even when the item is cut short
-// too. Columns: item; GetSizedData's status and count; GetUniStr's
+// too; of an odd-length item it copies the whole units and stops before the
+// last byte. Columns: item; GetSizedData's status and count; GetUniStr's
 // destination size and status.
 TEST(Buf, PrefixedItemsReadBackOrFailCleanly) {
   const std::tuple<Bytes, TOV_Status, uint64_t, uint64_t, TOV_Status> cases[] = {
       {{4, 0, 0, 0, 0x41, 0, 0, 0}, TOV_OK, 4, 2, kSmall},
+      {{3, 0, 0, 0, 0x41, 0, 0x7F}, TOV_OK, 3, 4, TOV_OK},
       {{4, 0, 0}, kEnd, kUnset, 64, kEnd},
       {{100, 0, 0, 0, 0x41, 0}, kEnd, 100, 100, kEnd},
       {{100, 0, 0, 0, 0x41, 0}, kEnd, 100, 99, kSmall},
@@ -142,9 +157,10 @@ TEST(Buf, PrefixedItemsReadBackOrFailCleanly) {
     EXPECT_EQ(count, length);
     EXPECT_EQ(sized == TOV_OK ? g.begin() + 4 : nullptr, data);
     EXPECT_EQ(sized == TOV_OK ? g.limit() : g.begin(), c);
-    Bytes text(128, 0x5A);
+    Bytes text(128, 0x5A), units = uni ? Bytes() : Bytes(&in[4], &in[4] + in[0] / 2 * 2);
     EXPECT_EQ(uni, TOV_BufGetUniStr(&u, g.limit(), (wchar_t *)text.data(), size));
-    EXPECT_EQ(g.begin(), u);
-    EXPECT_EQ(Bytes(128, 0x5A), text);
+    EXPECT_EQ(g.begin() + (uni ? 0 : 4 + units.size()), u);
+    units.resize(128, 0x5A);
+    EXPECT_EQ(units, text);
   }
 }

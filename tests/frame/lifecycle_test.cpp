@@ -43,17 +43,6 @@ TEST(Lifecycle, FindIdRefusesUntilStartedAndAfterTheFinalCleanup) {
   EXPECT_EQ(findid(9, list, 4), 0xFFFFFFFFu);
 }
 
-TEST(Lifecycle, UncountedFunctionsWorkAtCountZero) {
-  ASSERT_FALSE(libraryStarted());
-  EXPECT_EQ(TOV_GetVersion(), 0x02020000u);
-  TOV_MemTag tag = nullptr;
-  int owner;
-  EXPECT_EQ(TOV_AllocMemTag(&owner, &tag), TOV_OK);
-  EXPECT_EQ(tag, &owner);
-  TOV_FreeMemTag(&tag);
-  EXPECT_EQ(tag, nullptr);
-}
-
 // Also before start-up: no test here starts the library.
 TEST(DebugOutput, OneLineEachCutInsideTheLineBuffer) {
   tovtest::DebugCapture capture;

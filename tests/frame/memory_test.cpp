@@ -54,6 +54,9 @@ TEST(Helpers, Align32AndStrnzcpy) {
   EXPECT_EQ(std::memcmp(dst, "ab\0\0\0\0#", 7), 0);
   TOV_strnzcpy(dst, "abcdef", 1);
   EXPECT_EQ(dst[0], '\0');
+  dst[0] = '#'; // size 0: nothing written, not even just before the buffer
+  EXPECT_EQ(TOV_strnzcpy(dst + 1, "abcdef", 0), dst + 1);
+  EXPECT_EQ(std::memcmp(dst, "#b\0\0\0\0#", 7), 0);
 }
 
 TEST(Atomics, ReturnTheDocumentedValueAndSpinLocksFlipTheirWord) {

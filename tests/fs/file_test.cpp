@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ctime>
 #include <fstream>
 
 // Short names for the tables. kBad is a handle value no open ever returns.
@@ -141,4 +142,24 @@ TEST_F(FileTest, WideSizesPositionsAndTimes) {
   EXPECT_EQ(std::tie(pos, size, byName.size, byHandle.modified, byName.modified, bigSize, back),
             std::make_tuple(0xFFFFFFFFull, 0xFFFFFFFFull, 0xFFFFFFFFull, 946684800, 946684800,
                             (5ull << 30) + 3, (1ull << 30) + 3));
+}
+
+// A duplicate shares the position of the handle it copies; a commit needs a
+// live handle. A directory answers by name: the platform's directory
+// attribute, and its times (it was made just now).
+TEST_F(FileTest, DuplicatesCommitsAndDirectories) {
+  File f(dir_.file("f"), R | W);
+  TOV_FileHandle dup = nullptr;
+  uint64_t n = 3, one = 1, at = 0;
+  uint32_t attributes = 0;
+  TOV_FileInfo info{};
+  EXPECT_EQ(
+      Codes({TOV_FileDup(f.h, &dup), TOV_FileRead(f.h, nullptr, &at, &n), TOV_FileTell(dup, &at),
+             TOV_FileWrite(dup, nullptr, "x", &one), TOV_FileCommit(dup), TOV_FileClose(&dup),
+             TOV_FileCommit(kBad), TOV_FileGetAttrib(dir_.path().c_str(), &attributes),
+             TOV_FileInfoByName(dir_.path().c_str(), &info)}),
+      Codes({OK, OK, OK, OK, OK, OK, TOV_ERR_INVALID_HANDLE, OK, OK}));
+  EXPECT_EQ(tovtest::readFile(dir_.file("f")), "012x456789");
+  EXPECT_TRUE(at == 3 && (attributes & FILE_ATTRIBUTE_DIRECTORY)) << at << ", " << attributes;
+  EXPECT_LT(std::abs(info.modified - std::time(nullptr)), 600) << info.modified;
 }

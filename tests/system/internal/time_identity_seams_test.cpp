@@ -7,13 +7,11 @@
 #include <cstdlib>
 #include <cstring>
 
-using namespace tov;
-
 // The 32-bit millisecond counter wraps after 49.7 days; the uptime goes on
 // from 4294967 s per wrap and never goes back. The process saw no wrap yet.
 TEST(UptimeSeam, CountsWrapsOfTheMillisecondCounter) {
   static DWORD tick;
-  seams::tickCount = [] { return tick; };
+  tov::seams::tickCount = [] { return tick; };
   const std::pair<DWORD, uint32_t> rows[] = {{4294965000u, 4294965}, {4294967295u, 4294967},
                                              {999, 4294967},         {1000, 4294968},
                                              {4294967295u, 8589934}, {0, 8589934}};
@@ -21,7 +19,7 @@ TEST(UptimeSeam, CountsWrapsOfTheMillisecondCounter) {
     tick = ms;
     EXPECT_EQ(TOV_SecondsUp(), seconds) << ms;
   }
-  seams::tickCount = nullptr;
+  tov::seams::tickCount = nullptr;
 }
 
 // Without an identifier from the system, four values of the C runtime's
@@ -30,7 +28,7 @@ TEST(UptimeSeam, CountsWrapsOfTheMillisecondCounter) {
 // sequence as they find it.
 TEST(GuidSeam, FallbackFillsWordsFromTheRuntimeGenerator) {
   static long result;
-  seams::uuidCreate = [](GUID *) { return result; };
+  tov::seams::uuidCreate = [](GUID *) { return result; };
   const uint32_t unseeded[4] = {41, 18467, 6334, 26500};
   TOV_Guid guid;
   for (const long failure : {RPC_S_UUID_LOCAL_ONLY, RPC_S_UUID_NO_ADDRESS, RPC_S_OUT_OF_MEMORY}) {
@@ -44,5 +42,5 @@ TEST(GuidSeam, FallbackFillsWordsFromTheRuntimeGenerator) {
     TOV_TmGuidGenerate(&guid);
     EXPECT_EQ(std::memcmp(&guid, expected, sizeof guid), 0) << failure;
   }
-  seams::uuidCreate = nullptr;
+  tov::seams::uuidCreate = nullptr;
 }
