@@ -1207,8 +1207,8 @@ TOV_API TOV_Status TOV_ModGetHandle(const char *name, TOV_ModHandle *module) TOV
  * @param size The size of @p path in bytes (the platform receives its low 32
  *        bits).
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
- *         NULL @p path, a @p size of 0, then a NULL @p module or one the
- *         platform does not know; otherwise the mapped system error.
+ *         NULL @p path, a @p size of 0, then a NULL @p module; otherwise the
+ *         mapped system error.
  */
 TOV_API TOV_Status TOV_ModGetFullPath(TOV_ModHandle module, char *path, uint64_t size) TOV_NOEXCEPT;
 /**
