@@ -211,7 +211,8 @@ typedef void *TOV_MemTag;
  * @return #TOV_OK, or the positive Winsock error number of a failed network
  *         start; the start is then not counted.
  */
-TOV_API TOV_Status TOV_Startup(void *module, int32_t reserved1, void *reserved2, void *reserved3);
+TOV_API TOV_Status TOV_Startup(void *module, int32_t reserved1, void *reserved2,
+                               void *reserved3) TOV_NOEXCEPT;
 /**
  * Ends one start; the last one tears the library down (network stack, symbol
  * handler, description stacks, loaded helper libraries).
@@ -221,24 +222,24 @@ TOV_API TOV_Status TOV_Startup(void *module, int32_t reserved1, void *reserved2,
  * match a start.
  * @param reserved Ignored; pass NULL.
  */
-TOV_API void TOV_Cleanup(void *reserved);
+TOV_API void TOV_Cleanup(void *reserved) TOV_NOEXCEPT;
 /**
  * Makes the memory tag of an owner. Never fails; works at any time.
  * @param owner Any pointer naming the owner; the tag is this value.
  * @param tagOut Receives the tag.
  * @return #TOV_OK.
  */
-TOV_API TOV_Status TOV_AllocMemTag(void *owner, TOV_MemTag *tagOut);
+TOV_API TOV_Status TOV_AllocMemTag(void *owner, TOV_MemTag *tagOut) TOV_NOEXCEPT;
 /**
  * Drops a memory tag. Works at any time.
  * @param tag The tag's variable, set to 0.
  */
-TOV_API void TOV_FreeMemTag(TOV_MemTag *tag);
+TOV_API void TOV_FreeMemTag(TOV_MemTag *tag) TOV_NOEXCEPT;
 /**
  * The interface version. Works at any time.
  * @return #TOV_INTERFACE_VERSION.
  */
-TOV_API uint32_t TOV_GetVersion(void);
+TOV_API uint32_t TOV_GetVersion(void) TOV_NOEXCEPT;
 /**
  * Finds a value in an array.
  * @param value The value looked for.
@@ -248,7 +249,7 @@ TOV_API uint32_t TOV_GetVersion(void);
  *         there is none, when @p list is NULL with @p count > 0, or when the
  *         library is not started.
  */
-TOV_API uint32_t findid(uint32_t value, const uint32_t *list, uint32_t count);
+TOV_API uint32_t findid(uint32_t value, const uint32_t *list, uint32_t count) TOV_NOEXCEPT;
 
 /** @} */
 
@@ -275,7 +276,7 @@ TOV_API uint32_t findid(uint32_t value, const uint32_t *list, uint32_t count);
  *        result are kept, then a newline is added.
  * @param ... The values @p format names.
  */
-TOV_API void TOV_DebugOutput(const char *format, ...) TOV_PRINTF_LIKE(1, 2);
+TOV_API void TOV_DebugOutput(const char *format, ...) TOV_NOEXCEPT TOV_PRINTF_LIKE(1, 2);
 
 /** @} */
 
@@ -343,14 +344,14 @@ TOV_API void TOV_AssertionFailed(const char *expression, const char *file,
  * @param p Any pointer.
  * @return 1, always.
  */
-TOV_API int32_t TOV_ValidateHeapPtr(void *p);
+TOV_API int32_t TOV_ValidateHeapPtr(void *p) TOV_NOEXCEPT;
 /**
  * Allocates a block.
  * @param tag The owner's tag.
  * @param size The block's size in bytes.
  * @return The block, or NULL when it cannot be allocated.
  */
-TOV_API void *TOV_malloc(TOV_MemTag tag, size_t size);
+TOV_API void *TOV_malloc(TOV_MemTag tag, size_t size) TOV_NOEXCEPT;
 /**
  * Allocates a zeroed block of @p count elements of @p size bytes.
  * @param tag The owner's tag.
@@ -359,7 +360,7 @@ TOV_API void *TOV_malloc(TOV_MemTag tag, size_t size);
  * @return The block, or NULL when it cannot be allocated or when
  *         @p count * @p size does not fit 64 bits.
  */
-TOV_API void *TOV_calloc(TOV_MemTag tag, size_t count, size_t size);
+TOV_API void *TOV_calloc(TOV_MemTag tag, size_t count, size_t size) TOV_NOEXCEPT;
 /**
  * Resizes a block, as the C runtime's realloc().
  * @param tag The owner's tag.
@@ -368,12 +369,12 @@ TOV_API void *TOV_calloc(TOV_MemTag tag, size_t count, size_t size);
  * @return The block, perhaps moved, or NULL when it cannot be resized (the old
  *         block then stays as it was).
  */
-TOV_API void *TOV_realloc(TOV_MemTag tag, void *block, size_t size);
+TOV_API void *TOV_realloc(TOV_MemTag tag, void *block, size_t size) TOV_NOEXCEPT;
 /**
  * Frees a block of this library's allocators.
  * @param block The block; NULL does nothing.
  */
-TOV_API void TOV_free(void *block);
+TOV_API void TOV_free(void *block) TOV_NOEXCEPT;
 /**
  * Copies a string into a new block.
  * @param tag The owner's tag.
@@ -381,7 +382,7 @@ TOV_API void TOV_free(void *block);
  * @return The copy (free it with TOV_free()), or NULL when it cannot be
  *         allocated.
  */
-TOV_API char *TOV_strdup(TOV_MemTag tag, const char *s);
+TOV_API char *TOV_strdup(TOV_MemTag tag, const char *s) TOV_NOEXCEPT;
 /**
  * Copies a wide (16-bit) string into a new block.
  * @param tag The owner's tag.
@@ -389,34 +390,34 @@ TOV_API char *TOV_strdup(TOV_MemTag tag, const char *s);
  * @return The copy (free it with TOV_free()), or NULL when it cannot be
  *         allocated.
  */
-TOV_API wchar_t *TOV_wcsdup(TOV_MemTag tag, const wchar_t *w);
+TOV_API wchar_t *TOV_wcsdup(TOV_MemTag tag, const wchar_t *w) TOV_NOEXCEPT;
 
 /**
  * Adds 1, with a full barrier.
  * @param target An 8-byte aligned 64-bit variable.
  * @return The new value.
  */
-TOV_API int64_t TOV_AtomicIncrement(volatile int64_t *target);
+TOV_API int64_t TOV_AtomicIncrement(volatile int64_t *target) TOV_NOEXCEPT;
 /**
  * Subtracts 1, with a full barrier.
  * @param target An 8-byte aligned 64-bit variable.
  * @return The new value.
  */
-TOV_API int64_t TOV_AtomicDecrement(volatile int64_t *target);
+TOV_API int64_t TOV_AtomicDecrement(volatile int64_t *target) TOV_NOEXCEPT;
 /**
  * Stores a value, with a full barrier.
  * @param target An 8-byte aligned 64-bit variable.
  * @param value The value stored.
  * @return The old value.
  */
-TOV_API int64_t TOV_AtomicExchange(volatile int64_t *target, int64_t value);
+TOV_API int64_t TOV_AtomicExchange(volatile int64_t *target, int64_t value) TOV_NOEXCEPT;
 /**
  * Adds a value, with a full barrier.
  * @param target An 8-byte aligned 64-bit variable.
  * @param addend The value added.
  * @return The old value.
  */
-TOV_API int64_t TOV_AtomicExchangeAdd(volatile int64_t *target, int64_t addend);
+TOV_API int64_t TOV_AtomicExchangeAdd(volatile int64_t *target, int64_t addend) TOV_NOEXCEPT;
 /**
  * Stores @p exchange if the variable holds @p comparand, with a full barrier.
  * @param target An 8-byte aligned 64-bit variable.
@@ -425,7 +426,7 @@ TOV_API int64_t TOV_AtomicExchangeAdd(volatile int64_t *target, int64_t addend);
  * @return The old value (equal to @p comparand when the store happened).
  */
 TOV_API int64_t TOV_AtomicCmpExchange(volatile int64_t *target, int64_t comparand,
-                                      int64_t exchange);
+                                      int64_t exchange) TOV_NOEXCEPT;
 
 /** A spin lock: an 8-byte aligned 64-bit word, 0 free, 1 held. Not recursive,
  *  no owner: any thread may leave it. Set it to 0 before first use. */
@@ -435,18 +436,18 @@ typedef int64_t TOV_SpinLock;
  * another thread holds it.
  * @param lock The lock.
  */
-TOV_API void TOV_EnterSpinLock(volatile TOV_SpinLock *lock);
+TOV_API void TOV_EnterSpinLock(volatile TOV_SpinLock *lock) TOV_NOEXCEPT;
 /**
  * Takes the lock if it is free; never waits.
  * @param lock The lock.
  * @return 1 when the caller now holds the lock, 0 when it was held.
  */
-TOV_API int32_t TOV_TryEnterSpinLock(volatile TOV_SpinLock *lock);
+TOV_API int32_t TOV_TryEnterSpinLock(volatile TOV_SpinLock *lock) TOV_NOEXCEPT;
 /**
  * Frees the lock.
  * @param lock The lock.
  */
-TOV_API void TOV_LeaveSpinLock(volatile TOV_SpinLock *lock);
+TOV_API void TOV_LeaveSpinLock(volatile TOV_SpinLock *lock) TOV_NOEXCEPT;
 
 /**
  * Moves a cursor to the next multiple of 4 bytes from a base.
@@ -456,7 +457,7 @@ TOV_API void TOV_LeaveSpinLock(volatile TOV_SpinLock *lock);
  * @return The moved cursor (the cursor itself when it is aligned already), or
  *         NULL when that lies past @p limit (a NULL limit always gives NULL).
  */
-TOV_API uint8_t *TOV_align32(uint8_t *base, uint8_t *cursor, uint8_t *limit);
+TOV_API uint8_t *TOV_align32(uint8_t *base, uint8_t *cursor, uint8_t *limit) TOV_NOEXCEPT;
 /**
  * Copies a string into a buffer, always terminated.
  * @param destination The buffer, @p size bytes: receives at most @p size - 1
@@ -466,7 +467,7 @@ TOV_API uint8_t *TOV_align32(uint8_t *base, uint8_t *cursor, uint8_t *limit);
  * @param size The buffer's size in bytes; 0 writes nothing.
  * @return @p destination.
  */
-TOV_API char *TOV_strnzcpy(char *destination, const char *source, size_t size);
+TOV_API char *TOV_strnzcpy(char *destination, const char *source, size_t size) TOV_NOEXCEPT;
 
 /** @} */
 
@@ -504,7 +505,7 @@ TOV_API char *TOV_strnzcpy(char *destination, const char *source, size_t size);
  * @param value Receives the byte.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_END when the byte lies at or past the limit.
  */
-TOV_API TOV_Status TOV_BufGetByte(uint8_t **cursor, uint8_t *limit, uint8_t *value);
+TOV_API TOV_Status TOV_BufGetByte(uint8_t **cursor, uint8_t *limit, uint8_t *value) TOV_NOEXCEPT;
 /**
  * Copies bytes out of the buffer.
  * @param cursor The cursor, moved past the bytes.
@@ -514,7 +515,7 @@ TOV_API TOV_Status TOV_BufGetByte(uint8_t **cursor, uint8_t *limit, uint8_t *val
  * @return #TOV_OK, or #TOV_ERR_BUFFER_END when they pass the limit.
  */
 TOV_API TOV_Status TOV_BufGetData(uint8_t **cursor, uint8_t *limit, uint64_t length,
-                                  void *destination);
+                                  void *destination) TOV_NOEXCEPT;
 /**
  * Reads a 16-bit number, most significant byte first.
  * @param cursor The cursor, moved past the field.
@@ -522,7 +523,7 @@ TOV_API TOV_Status TOV_BufGetData(uint8_t **cursor, uint8_t *limit, uint64_t len
  * @param value Receives the number.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_END when the field passes the limit.
  */
-TOV_API TOV_Status TOV_BufGetHiLo16(uint8_t **cursor, uint8_t *limit, uint16_t *value);
+TOV_API TOV_Status TOV_BufGetHiLo16(uint8_t **cursor, uint8_t *limit, uint16_t *value) TOV_NOEXCEPT;
 /**
  * Reads a 32-bit number, most significant byte first.
  * @param cursor The cursor, moved past the field.
@@ -530,7 +531,7 @@ TOV_API TOV_Status TOV_BufGetHiLo16(uint8_t **cursor, uint8_t *limit, uint16_t *
  * @param value Receives the number.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_END when the field passes the limit.
  */
-TOV_API TOV_Status TOV_BufGetHiLo32(uint8_t **cursor, uint8_t *limit, uint32_t *value);
+TOV_API TOV_Status TOV_BufGetHiLo32(uint8_t **cursor, uint8_t *limit, uint32_t *value) TOV_NOEXCEPT;
 /**
  * Reads a 64-bit number, most significant byte first.
  * @param cursor The cursor, moved past the field.
@@ -538,7 +539,7 @@ TOV_API TOV_Status TOV_BufGetHiLo32(uint8_t **cursor, uint8_t *limit, uint32_t *
  * @param value Receives the number.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_END when the field passes the limit.
  */
-TOV_API TOV_Status TOV_BufGetHiLo64(uint8_t **cursor, uint8_t *limit, uint64_t *value);
+TOV_API TOV_Status TOV_BufGetHiLo64(uint8_t **cursor, uint8_t *limit, uint64_t *value) TOV_NOEXCEPT;
 /**
  * Reads a 16-bit number, least significant byte first.
  * @param cursor The cursor, moved past the field.
@@ -546,7 +547,7 @@ TOV_API TOV_Status TOV_BufGetHiLo64(uint8_t **cursor, uint8_t *limit, uint64_t *
  * @param value Receives the number.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_END when the field passes the limit.
  */
-TOV_API TOV_Status TOV_BufGetLoHi16(uint8_t **cursor, uint8_t *limit, uint16_t *value);
+TOV_API TOV_Status TOV_BufGetLoHi16(uint8_t **cursor, uint8_t *limit, uint16_t *value) TOV_NOEXCEPT;
 /**
  * Reads a 32-bit number, least significant byte first.
  * @param cursor The cursor, moved past the field.
@@ -554,7 +555,7 @@ TOV_API TOV_Status TOV_BufGetLoHi16(uint8_t **cursor, uint8_t *limit, uint16_t *
  * @param value Receives the number.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_END when the field passes the limit.
  */
-TOV_API TOV_Status TOV_BufGetLoHi32(uint8_t **cursor, uint8_t *limit, uint32_t *value);
+TOV_API TOV_Status TOV_BufGetLoHi32(uint8_t **cursor, uint8_t *limit, uint32_t *value) TOV_NOEXCEPT;
 /**
  * Reads a 64-bit number, least significant byte first.
  * @param cursor The cursor, moved past the field.
@@ -562,7 +563,7 @@ TOV_API TOV_Status TOV_BufGetLoHi32(uint8_t **cursor, uint8_t *limit, uint32_t *
  * @param value Receives the number.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_END when the field passes the limit.
  */
-TOV_API TOV_Status TOV_BufGetLoHi64(uint8_t **cursor, uint8_t *limit, uint64_t *value);
+TOV_API TOV_Status TOV_BufGetLoHi64(uint8_t **cursor, uint8_t *limit, uint64_t *value) TOV_NOEXCEPT;
 /**
  * Reads a 16-bit number in the processor's byte order.
  * @param cursor The cursor, moved past the field.
@@ -570,7 +571,7 @@ TOV_API TOV_Status TOV_BufGetLoHi64(uint8_t **cursor, uint8_t *limit, uint64_t *
  * @param value Receives the number.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_END when the field passes the limit.
  */
-TOV_API TOV_Status TOV_BufGetNatv16(uint8_t **cursor, uint8_t *limit, uint16_t *value);
+TOV_API TOV_Status TOV_BufGetNatv16(uint8_t **cursor, uint8_t *limit, uint16_t *value) TOV_NOEXCEPT;
 /**
  * Reads a 32-bit number in the processor's byte order.
  * @param cursor The cursor, moved past the field.
@@ -578,7 +579,7 @@ TOV_API TOV_Status TOV_BufGetNatv16(uint8_t **cursor, uint8_t *limit, uint16_t *
  * @param value Receives the number.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_END when the field passes the limit.
  */
-TOV_API TOV_Status TOV_BufGetNatv32(uint8_t **cursor, uint8_t *limit, uint32_t *value);
+TOV_API TOV_Status TOV_BufGetNatv32(uint8_t **cursor, uint8_t *limit, uint32_t *value) TOV_NOEXCEPT;
 /**
  * Reads a 64-bit number in the processor's byte order.
  * @param cursor The cursor, moved past the field.
@@ -586,7 +587,7 @@ TOV_API TOV_Status TOV_BufGetNatv32(uint8_t **cursor, uint8_t *limit, uint32_t *
  * @param value Receives the number.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_END when the field passes the limit.
  */
-TOV_API TOV_Status TOV_BufGetNatv64(uint8_t **cursor, uint8_t *limit, uint64_t *value);
+TOV_API TOV_Status TOV_BufGetNatv64(uint8_t **cursor, uint8_t *limit, uint64_t *value) TOV_NOEXCEPT;
 /**
  * Skips 0 or 1 byte so that the cursor lies a multiple of 2 bytes from @p base.
  * @param cursor The cursor, moved.
@@ -594,7 +595,8 @@ TOV_API TOV_Status TOV_BufGetNatv64(uint8_t **cursor, uint8_t *limit, uint64_t *
  * @param base Where the record starts.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_END when the skipped bytes pass the limit.
  */
-TOV_API TOV_Status TOV_BufGetAlign16(uint8_t **cursor, uint8_t *limit, const uint8_t *base);
+TOV_API TOV_Status TOV_BufGetAlign16(uint8_t **cursor, uint8_t *limit,
+                                     const uint8_t *base) TOV_NOEXCEPT;
 /**
  * Skips 0 to 3 bytes so that the cursor lies a multiple of 4 bytes from @p base.
  * @param cursor The cursor, moved.
@@ -602,7 +604,8 @@ TOV_API TOV_Status TOV_BufGetAlign16(uint8_t **cursor, uint8_t *limit, const uin
  * @param base Where the record starts.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_END when the skipped bytes pass the limit.
  */
-TOV_API TOV_Status TOV_BufGetAlign32(uint8_t **cursor, uint8_t *limit, const uint8_t *base);
+TOV_API TOV_Status TOV_BufGetAlign32(uint8_t **cursor, uint8_t *limit,
+                                     const uint8_t *base) TOV_NOEXCEPT;
 /**
  * Skips 0 to 7 bytes so that the cursor lies a multiple of 8 bytes from @p base.
  * @param cursor The cursor, moved.
@@ -610,7 +613,8 @@ TOV_API TOV_Status TOV_BufGetAlign32(uint8_t **cursor, uint8_t *limit, const uin
  * @param base Where the record starts.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_END when the skipped bytes pass the limit.
  */
-TOV_API TOV_Status TOV_BufGetAlign64(uint8_t **cursor, uint8_t *limit, const uint8_t *base);
+TOV_API TOV_Status TOV_BufGetAlign64(uint8_t **cursor, uint8_t *limit,
+                                     const uint8_t *base) TOV_NOEXCEPT;
 
 /**
  * Writes one byte.
@@ -620,7 +624,7 @@ TOV_API TOV_Status TOV_BufGetAlign64(uint8_t **cursor, uint8_t *limit, const uin
  * @return #TOV_OK, or #TOV_ERR_BUFFER_TOO_SMALL when the byte would lie at or
  *         past the limit.
  */
-TOV_API TOV_Status TOV_BufPutByte(uint8_t **cursor, uint8_t *limit, uint8_t value);
+TOV_API TOV_Status TOV_BufPutByte(uint8_t **cursor, uint8_t *limit, uint8_t value) TOV_NOEXCEPT;
 /**
  * Copies bytes into the buffer.
  * @param cursor The cursor, moved past the bytes.
@@ -630,7 +634,7 @@ TOV_API TOV_Status TOV_BufPutByte(uint8_t **cursor, uint8_t *limit, uint8_t valu
  * @return #TOV_OK, or #TOV_ERR_BUFFER_TOO_SMALL when they would pass the limit.
  */
 TOV_API TOV_Status TOV_BufPutData(uint8_t **cursor, uint8_t *limit, uint64_t length,
-                                  const void *source);
+                                  const void *source) TOV_NOEXCEPT;
 /**
  * Writes a 16-bit number, most significant byte first.
  * @param cursor The cursor, moved past the field.
@@ -638,7 +642,7 @@ TOV_API TOV_Status TOV_BufPutData(uint8_t **cursor, uint8_t *limit, uint64_t len
  * @param value The number.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_TOO_SMALL when the field would pass the limit.
  */
-TOV_API TOV_Status TOV_BufPutHiLo16(uint8_t **cursor, uint8_t *limit, uint16_t value);
+TOV_API TOV_Status TOV_BufPutHiLo16(uint8_t **cursor, uint8_t *limit, uint16_t value) TOV_NOEXCEPT;
 /**
  * Writes a 32-bit number, most significant byte first.
  * @param cursor The cursor, moved past the field.
@@ -646,7 +650,7 @@ TOV_API TOV_Status TOV_BufPutHiLo16(uint8_t **cursor, uint8_t *limit, uint16_t v
  * @param value The number.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_TOO_SMALL when the field would pass the limit.
  */
-TOV_API TOV_Status TOV_BufPutHiLo32(uint8_t **cursor, uint8_t *limit, uint32_t value);
+TOV_API TOV_Status TOV_BufPutHiLo32(uint8_t **cursor, uint8_t *limit, uint32_t value) TOV_NOEXCEPT;
 /**
  * Writes a 64-bit number, most significant byte first.
  * @param cursor The cursor, moved past the field.
@@ -654,7 +658,7 @@ TOV_API TOV_Status TOV_BufPutHiLo32(uint8_t **cursor, uint8_t *limit, uint32_t v
  * @param value The number.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_TOO_SMALL when the field would pass the limit.
  */
-TOV_API TOV_Status TOV_BufPutHiLo64(uint8_t **cursor, uint8_t *limit, uint64_t value);
+TOV_API TOV_Status TOV_BufPutHiLo64(uint8_t **cursor, uint8_t *limit, uint64_t value) TOV_NOEXCEPT;
 /**
  * Writes a 16-bit number, least significant byte first.
  * @param cursor The cursor, moved past the field.
@@ -662,7 +666,7 @@ TOV_API TOV_Status TOV_BufPutHiLo64(uint8_t **cursor, uint8_t *limit, uint64_t v
  * @param value The number.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_TOO_SMALL when the field would pass the limit.
  */
-TOV_API TOV_Status TOV_BufPutLoHi16(uint8_t **cursor, uint8_t *limit, uint16_t value);
+TOV_API TOV_Status TOV_BufPutLoHi16(uint8_t **cursor, uint8_t *limit, uint16_t value) TOV_NOEXCEPT;
 /**
  * Writes a 32-bit number, least significant byte first.
  * @param cursor The cursor, moved past the field.
@@ -670,7 +674,7 @@ TOV_API TOV_Status TOV_BufPutLoHi16(uint8_t **cursor, uint8_t *limit, uint16_t v
  * @param value The number.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_TOO_SMALL when the field would pass the limit.
  */
-TOV_API TOV_Status TOV_BufPutLoHi32(uint8_t **cursor, uint8_t *limit, uint32_t value);
+TOV_API TOV_Status TOV_BufPutLoHi32(uint8_t **cursor, uint8_t *limit, uint32_t value) TOV_NOEXCEPT;
 /**
  * Writes a 64-bit number, least significant byte first.
  * @param cursor The cursor, moved past the field.
@@ -678,7 +682,7 @@ TOV_API TOV_Status TOV_BufPutLoHi32(uint8_t **cursor, uint8_t *limit, uint32_t v
  * @param value The number.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_TOO_SMALL when the field would pass the limit.
  */
-TOV_API TOV_Status TOV_BufPutLoHi64(uint8_t **cursor, uint8_t *limit, uint64_t value);
+TOV_API TOV_Status TOV_BufPutLoHi64(uint8_t **cursor, uint8_t *limit, uint64_t value) TOV_NOEXCEPT;
 /**
  * Writes a 16-bit number in the processor's byte order.
  * @param cursor The cursor, moved past the field.
@@ -686,7 +690,7 @@ TOV_API TOV_Status TOV_BufPutLoHi64(uint8_t **cursor, uint8_t *limit, uint64_t v
  * @param value The number.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_TOO_SMALL when the field would pass the limit.
  */
-TOV_API TOV_Status TOV_BufPutNatv16(uint8_t **cursor, uint8_t *limit, uint16_t value);
+TOV_API TOV_Status TOV_BufPutNatv16(uint8_t **cursor, uint8_t *limit, uint16_t value) TOV_NOEXCEPT;
 /**
  * Writes a 32-bit number in the processor's byte order.
  * @param cursor The cursor, moved past the field.
@@ -694,7 +698,7 @@ TOV_API TOV_Status TOV_BufPutNatv16(uint8_t **cursor, uint8_t *limit, uint16_t v
  * @param value The number.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_TOO_SMALL when the field would pass the limit.
  */
-TOV_API TOV_Status TOV_BufPutNatv32(uint8_t **cursor, uint8_t *limit, uint32_t value);
+TOV_API TOV_Status TOV_BufPutNatv32(uint8_t **cursor, uint8_t *limit, uint32_t value) TOV_NOEXCEPT;
 /**
  * Writes a 64-bit number in the processor's byte order.
  * @param cursor The cursor, moved past the field.
@@ -702,7 +706,7 @@ TOV_API TOV_Status TOV_BufPutNatv32(uint8_t **cursor, uint8_t *limit, uint32_t v
  * @param value The number.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_TOO_SMALL when the field would pass the limit.
  */
-TOV_API TOV_Status TOV_BufPutNatv64(uint8_t **cursor, uint8_t *limit, uint64_t value);
+TOV_API TOV_Status TOV_BufPutNatv64(uint8_t **cursor, uint8_t *limit, uint64_t value) TOV_NOEXCEPT;
 /**
  * Writes 0 or 1 zero byte so that the cursor lies a multiple of 2 bytes from
  * @p base.
@@ -711,7 +715,8 @@ TOV_API TOV_Status TOV_BufPutNatv64(uint8_t **cursor, uint8_t *limit, uint64_t v
  * @param base Where the record starts.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_TOO_SMALL when the zeros would pass the limit.
  */
-TOV_API TOV_Status TOV_BufPutAlign16(uint8_t **cursor, uint8_t *limit, const uint8_t *base);
+TOV_API TOV_Status TOV_BufPutAlign16(uint8_t **cursor, uint8_t *limit,
+                                     const uint8_t *base) TOV_NOEXCEPT;
 /**
  * Writes 0 to 3 zero bytes so that the cursor lies a multiple of 4 bytes from
  * @p base.
@@ -720,7 +725,8 @@ TOV_API TOV_Status TOV_BufPutAlign16(uint8_t **cursor, uint8_t *limit, const uin
  * @param base Where the record starts.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_TOO_SMALL when the zeros would pass the limit.
  */
-TOV_API TOV_Status TOV_BufPutAlign32(uint8_t **cursor, uint8_t *limit, const uint8_t *base);
+TOV_API TOV_Status TOV_BufPutAlign32(uint8_t **cursor, uint8_t *limit,
+                                     const uint8_t *base) TOV_NOEXCEPT;
 /**
  * Writes 0 to 7 zero bytes so that the cursor lies a multiple of 8 bytes from
  * @p base.
@@ -729,7 +735,8 @@ TOV_API TOV_Status TOV_BufPutAlign32(uint8_t **cursor, uint8_t *limit, const uin
  * @param base Where the record starts.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_TOO_SMALL when the zeros would pass the limit.
  */
-TOV_API TOV_Status TOV_BufPutAlign64(uint8_t **cursor, uint8_t *limit, const uint8_t *base);
+TOV_API TOV_Status TOV_BufPutAlign64(uint8_t **cursor, uint8_t *limit,
+                                     const uint8_t *base) TOV_NOEXCEPT;
 
 /**
  * Reserves 1 byte, left unwritten, for a put through a second cursor later.
@@ -738,7 +745,7 @@ TOV_API TOV_Status TOV_BufPutAlign64(uint8_t **cursor, uint8_t *limit, const uin
  * @param field Receives the field's position (the cursor before the call).
  * @return #TOV_OK, or #TOV_ERR_BUFFER_TOO_SMALL when the field would pass the limit.
  */
-TOV_API TOV_Status TOV_BufSkip8(uint8_t **cursor, uint8_t *limit, uint8_t **field);
+TOV_API TOV_Status TOV_BufSkip8(uint8_t **cursor, uint8_t *limit, uint8_t **field) TOV_NOEXCEPT;
 /**
  * Reserves 2 bytes, left unwritten, for a put through a second cursor later.
  * @param cursor The cursor, moved past the field.
@@ -746,7 +753,7 @@ TOV_API TOV_Status TOV_BufSkip8(uint8_t **cursor, uint8_t *limit, uint8_t **fiel
  * @param field Receives the field's position (the cursor before the call).
  * @return #TOV_OK, or #TOV_ERR_BUFFER_TOO_SMALL when the field would pass the limit.
  */
-TOV_API TOV_Status TOV_BufSkip16(uint8_t **cursor, uint8_t *limit, uint8_t **field);
+TOV_API TOV_Status TOV_BufSkip16(uint8_t **cursor, uint8_t *limit, uint8_t **field) TOV_NOEXCEPT;
 /**
  * Reserves 4 bytes, left unwritten, for a put through a second cursor later.
  * @param cursor The cursor, moved past the field.
@@ -754,7 +761,7 @@ TOV_API TOV_Status TOV_BufSkip16(uint8_t **cursor, uint8_t *limit, uint8_t **fie
  * @param field Receives the field's position (the cursor before the call).
  * @return #TOV_OK, or #TOV_ERR_BUFFER_TOO_SMALL when the field would pass the limit.
  */
-TOV_API TOV_Status TOV_BufSkip32(uint8_t **cursor, uint8_t *limit, uint8_t **field);
+TOV_API TOV_Status TOV_BufSkip32(uint8_t **cursor, uint8_t *limit, uint8_t **field) TOV_NOEXCEPT;
 /**
  * Reserves 8 bytes, left unwritten, for a put through a second cursor later.
  * @param cursor The cursor, moved past the field.
@@ -762,7 +769,7 @@ TOV_API TOV_Status TOV_BufSkip32(uint8_t **cursor, uint8_t *limit, uint8_t **fie
  * @param field Receives the field's position (the cursor before the call).
  * @return #TOV_OK, or #TOV_ERR_BUFFER_TOO_SMALL when the field would pass the limit.
  */
-TOV_API TOV_Status TOV_BufSkip64(uint8_t **cursor, uint8_t *limit, uint8_t **field);
+TOV_API TOV_Status TOV_BufSkip64(uint8_t **cursor, uint8_t *limit, uint8_t **field) TOV_NOEXCEPT;
 
 /* Length-prefixed items: a LoHi 32-bit byte count, then the bytes. */
 /**
@@ -775,7 +782,7 @@ TOV_API TOV_Status TOV_BufSkip64(uint8_t **cursor, uint8_t *limit, uint8_t **fie
  * @return #TOV_OK, or #TOV_ERR_BUFFER_TOO_SMALL when the item would pass the limit.
  */
 TOV_API TOV_Status TOV_BufPutSizedData(uint8_t **cursor, uint8_t *limit, uint64_t length,
-                                       const void *source);
+                                       const void *source) TOV_NOEXCEPT;
 /**
  * Reads a length-prefixed item in place: nothing is copied.
  * @param cursor The cursor, moved past the item.
@@ -787,7 +794,7 @@ TOV_API TOV_Status TOV_BufPutSizedData(uint8_t **cursor, uint8_t *limit, uint64_
  *         limit.
  */
 TOV_API TOV_Status TOV_BufGetSizedData(uint8_t **cursor, uint8_t *limit, uint64_t *length,
-                                       uint8_t **data);
+                                       uint8_t **data) TOV_NOEXCEPT;
 /**
  * Writes a wide string as a length-prefixed item: its 16-bit units and its
  * terminator, each LoHi, after a count of their bytes, 2 * (units + 1).
@@ -796,7 +803,8 @@ TOV_API TOV_Status TOV_BufGetSizedData(uint8_t **cursor, uint8_t *limit, uint64_
  * @param string The string.
  * @return #TOV_OK, or #TOV_ERR_BUFFER_TOO_SMALL when the item would pass the limit.
  */
-TOV_API TOV_Status TOV_BufPutUniStr(uint8_t **cursor, uint8_t *limit, const wchar_t *string);
+TOV_API TOV_Status TOV_BufPutUniStr(uint8_t **cursor, uint8_t *limit,
+                                    const wchar_t *string) TOV_NOEXCEPT;
 /**
  * Reads a length-prefixed wide string: copies the item's 16-bit units as they
  * stand (the writer's terminator among them; none is added).
@@ -809,7 +817,7 @@ TOV_API TOV_Status TOV_BufPutUniStr(uint8_t **cursor, uint8_t *limit, const wcha
  *         before the limit); #TOV_ERR_BUFFER_END when the item passes the limit.
  */
 TOV_API TOV_Status TOV_BufGetUniStr(uint8_t **cursor, uint8_t *limit, wchar_t *destination,
-                                    uint64_t size);
+                                    uint64_t size) TOV_NOEXCEPT;
 
 /** @} */
 /* (end of byte buffer codec) */
@@ -909,20 +917,20 @@ typedef struct TOV_FileInfo {
  *         (#TOV_ERR_NOT_FOUND, #TOV_ERR_ALREADY_EXISTS, #TOV_ERR_ACCESS_DENIED...).
  */
 TOV_API TOV_Status TOV_FileOpen(const char *path, uint32_t openFlags, uint32_t shareFlags,
-                                uint32_t attributes, TOV_FileHandle *file);
+                                uint32_t attributes, TOV_FileHandle *file) TOV_NOEXCEPT;
 /**
  * Closes a file.
  * @param file The handle's variable, set to 0 also when the close fails.
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p file; otherwise the close's mapped system error.
  */
-TOV_API TOV_Status TOV_FileClose(TOV_FileHandle *file);
+TOV_API TOV_Status TOV_FileClose(TOV_FileHandle *file) TOV_NOEXCEPT;
 /**
  * Writes the file's buffered data to the device.
  * @param file The handle.
  * @return #TOV_OK or the mapped system error.
  */
-TOV_API TOV_Status TOV_FileCommit(TOV_FileHandle file);
+TOV_API TOV_Status TOV_FileCommit(TOV_FileHandle file) TOV_NOEXCEPT;
 /**
  * Makes a second, inheritable handle to the same open file; it shares the
  * position.
@@ -930,7 +938,7 @@ TOV_API TOV_Status TOV_FileCommit(TOV_FileHandle file);
  * @param copy Receives the new handle; written only on success.
  * @return #TOV_OK or the mapped system error.
  */
-TOV_API TOV_Status TOV_FileDup(TOV_FileHandle file, TOV_FileHandle *copy);
+TOV_API TOV_Status TOV_FileDup(TOV_FileHandle file, TOV_FileHandle *copy) TOV_NOEXCEPT;
 /**
  * Reads at the current position, or at a given one.
  * @param file The handle.
@@ -946,7 +954,7 @@ TOV_API TOV_Status TOV_FileDup(TOV_FileHandle file, TOV_FileHandle *copy);
  *         otherwise the mapped system error.
  */
 TOV_API TOV_Status TOV_FileRead(TOV_FileHandle file, uint64_t *position, void *buffer,
-                                uint64_t *count);
+                                uint64_t *count) TOV_NOEXCEPT;
 /**
  * Writes at the current position, or at a given one. A write of 0 bytes
  * succeeds.
@@ -961,7 +969,7 @@ TOV_API TOV_Status TOV_FileRead(TOV_FileHandle file, uint64_t *position, void *b
  *         NULL @p data or @p count; otherwise the mapped system error.
  */
 TOV_API TOV_Status TOV_FileWrite(TOV_FileHandle file, uint64_t *position, const void *data,
-                                 uint64_t *count);
+                                 uint64_t *count) TOV_NOEXCEPT;
 /**
  * Moves the position.
  * @param file The handle.
@@ -973,7 +981,7 @@ TOV_API TOV_Status TOV_FileWrite(TOV_FileHandle file, uint64_t *position, const 
  *         the start of the file, for one).
  */
 TOV_API TOV_Status TOV_FileSeek(TOV_FileHandle file, int64_t offset, uint32_t origin,
-                                uint64_t *newPosition);
+                                uint64_t *newPosition) TOV_NOEXCEPT;
 /**
  * Tells the position.
  * @param file The handle.
@@ -981,7 +989,7 @@ TOV_API TOV_Status TOV_FileSeek(TOV_FileHandle file, int64_t offset, uint32_t or
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p position; otherwise the mapped system error.
  */
-TOV_API TOV_Status TOV_FileTell(TOV_FileHandle file, uint64_t *position);
+TOV_API TOV_Status TOV_FileTell(TOV_FileHandle file, uint64_t *position) TOV_NOEXCEPT;
 /**
  * Tells the file's size.
  * @param file The handle.
@@ -989,7 +997,7 @@ TOV_API TOV_Status TOV_FileTell(TOV_FileHandle file, uint64_t *position);
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p size; otherwise the mapped system error.
  */
-TOV_API TOV_Status TOV_FileSize(TOV_FileHandle file, uint64_t *size);
+TOV_API TOV_Status TOV_FileSize(TOV_FileHandle file, uint64_t *size) TOV_NOEXCEPT;
 /**
  * Extends or cuts the file to a size and leaves the position there (also when
  * the size cannot be set).
@@ -998,7 +1006,7 @@ TOV_API TOV_Status TOV_FileSize(TOV_FileHandle file, uint64_t *size);
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         larger size; otherwise the mapped system error.
  */
-TOV_API TOV_Status TOV_FileSetSize(TOV_FileHandle file, uint64_t size);
+TOV_API TOV_Status TOV_FileSetSize(TOV_FileHandle file, uint64_t size) TOV_NOEXCEPT;
 /**
  * Describes an open file.
  * @param file The handle.
@@ -1006,14 +1014,14 @@ TOV_API TOV_Status TOV_FileSetSize(TOV_FileHandle file, uint64_t size);
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p file or @p info; otherwise the mapped system error.
  */
-TOV_API TOV_Status TOV_FileInfoByHandle(TOV_FileHandle file, TOV_FileInfo *info);
+TOV_API TOV_Status TOV_FileInfoByHandle(TOV_FileHandle file, TOV_FileInfo *info) TOV_NOEXCEPT;
 /**
  * Describes a file or a directory by its path.
  * @param path The path.
  * @param info Receives times and size.
  * @return #TOV_OK, or the C runtime's mapped error (#TOV_ERR_NOT_FOUND...).
  */
-TOV_API TOV_Status TOV_FileInfoByName(const char *path, TOV_FileInfo *info);
+TOV_API TOV_Status TOV_FileInfoByName(const char *path, TOV_FileInfo *info) TOV_NOEXCEPT;
 /**
  * Reads the attributes of a file or a directory.
  * @param path The path.
@@ -1021,13 +1029,13 @@ TOV_API TOV_Status TOV_FileInfoByName(const char *path, TOV_FileInfo *info);
  *        (`FILE_ATTRIBUTE_...`), not the `TOV_FILE_ATTR_...` flags.
  * @return #TOV_OK or the mapped system error.
  */
-TOV_API TOV_Status TOV_FileGetAttrib(const char *path, uint32_t *attributes);
+TOV_API TOV_Status TOV_FileGetAttrib(const char *path, uint32_t *attributes) TOV_NOEXCEPT;
 /**
  * Deletes a file.
  * @param path The path.
  * @return #TOV_OK or the mapped system error.
  */
-TOV_API TOV_Status TOV_FileDelete(const char *path);
+TOV_API TOV_Status TOV_FileDelete(const char *path) TOV_NOEXCEPT;
 
 /** @} */
 /* (end of files) */
@@ -1300,40 +1308,40 @@ typedef void *TOV_LMutexHandle; /**< An LMutex: a library record. */
  *         of object holds, for one), nothing written.
  */
 TOV_API TOV_Status TOV_EventCreate(const char *name, int32_t manualReset, int32_t initiallySet,
-                                   TOV_EventHandle *handleOut);
+                                   TOV_EventHandle *handleOut) TOV_NOEXCEPT;
 /**
  * Closes an event's handle.
  * @param handle The handle's variable, set to 0 whatever the close returned.
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p handle; otherwise the close's mapped system error.
  */
-TOV_API TOV_Status TOV_EventDestroy(TOV_EventHandle *handle);
+TOV_API TOV_Status TOV_EventDestroy(TOV_EventHandle *handle) TOV_NOEXCEPT;
 /**
  * Sets an event.
  * @param handle The event.
  * @return #TOV_OK or the mapped system error.
  */
-TOV_API TOV_Status TOV_EventSet(TOV_EventHandle handle);
+TOV_API TOV_Status TOV_EventSet(TOV_EventHandle handle) TOV_NOEXCEPT;
 /**
  * Resets an event.
  * @param handle The event.
  * @return #TOV_OK or the mapped system error.
  */
-TOV_API TOV_Status TOV_EventReset(TOV_EventHandle handle);
+TOV_API TOV_Status TOV_EventReset(TOV_EventHandle handle) TOV_NOEXCEPT;
 /**
  * Releases the threads waiting right now (all of them, or one for an
  * auto-reset event) and leaves the event reset.
  * @param handle The event.
  * @return #TOV_OK or the mapped system error.
  */
-TOV_API TOV_Status TOV_EventPulse(TOV_EventHandle handle);
+TOV_API TOV_Status TOV_EventPulse(TOV_EventHandle handle) TOV_NOEXCEPT;
 /**
  * Waits until an event is set.
  * @param handle The event.
  * @param timeoutMs The longest wait in milliseconds, or #TOV_WAIT_INFINITE.
  * @return #TOV_OK; #TOV_ERR_TIMEOUT; otherwise the mapped system error.
  */
-TOV_API TOV_Status TOV_EventWait(TOV_EventHandle handle, uint32_t timeoutMs);
+TOV_API TOV_Status TOV_EventWait(TOV_EventHandle handle, uint32_t timeoutMs) TOV_NOEXCEPT;
 
 /**
  * Creates a mutex, not owned, or opens the existing mutex of that name.
@@ -1343,35 +1351,35 @@ TOV_API TOV_Status TOV_EventWait(TOV_EventHandle handle, uint32_t timeoutMs);
  *         #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a NULL
  *         @p handleOut; otherwise the mapped system error, nothing written.
  */
-TOV_API TOV_Status TOV_MutexCreate(const char *name, TOV_MutexHandle *handleOut);
+TOV_API TOV_Status TOV_MutexCreate(const char *name, TOV_MutexHandle *handleOut) TOV_NOEXCEPT;
 /**
  * Closes a mutex's handle.
  * @param handle The handle's variable, set to 0 whatever the close returned.
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p handle; otherwise the close's mapped system error.
  */
-TOV_API TOV_Status TOV_MutexDestroy(TOV_MutexHandle *handle);
+TOV_API TOV_Status TOV_MutexDestroy(TOV_MutexHandle *handle) TOV_NOEXCEPT;
 /**
  * Acquires a mutex, waiting without limit. Acquiring a mutex whose owner ended
  * without releasing it succeeds: the caller owns it then.
  * @param handle The mutex.
  * @return #TOV_OK or the mapped system error.
  */
-TOV_API TOV_Status TOV_MutexAcquire(TOV_MutexHandle handle);
+TOV_API TOV_Status TOV_MutexAcquire(TOV_MutexHandle handle) TOV_NOEXCEPT;
 /**
  * Acquires a mutex if no other thread owns it; never waits.
  * @param handle The mutex.
  * @return #TOV_OK; #TOV_ERR_TIMEOUT when another thread owns it; otherwise the
  *         mapped system error.
  */
-TOV_API TOV_Status TOV_MutexTryAcquire(TOV_MutexHandle handle);
+TOV_API TOV_Status TOV_MutexTryAcquire(TOV_MutexHandle handle) TOV_NOEXCEPT;
 /**
  * Releases a mutex once.
  * @param handle The mutex.
  * @return #TOV_OK; the system's number 288, unmapped, when the caller does not
  *         own it; otherwise the mapped system error.
  */
-TOV_API TOV_Status TOV_MutexRelease(TOV_MutexHandle handle);
+TOV_API TOV_Status TOV_MutexRelease(TOV_MutexHandle handle) TOV_NOEXCEPT;
 
 /**
  * Creates a semaphore, or opens the existing semaphore of that name.
@@ -1386,21 +1394,21 @@ TOV_API TOV_Status TOV_MutexRelease(TOV_MutexHandle handle);
  *         system error, nothing written.
  */
 TOV_API TOV_Status TOV_SemCreate(const char *name, uint32_t initialCount, uint32_t maximumCount,
-                                 TOV_SemHandle *handleOut);
+                                 TOV_SemHandle *handleOut) TOV_NOEXCEPT;
 /**
  * Closes a semaphore's handle.
  * @param handle The handle's variable, set to 0 whatever the close returned.
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p handle; otherwise the close's mapped system error.
  */
-TOV_API TOV_Status TOV_SemDestroy(TOV_SemHandle *handle);
+TOV_API TOV_Status TOV_SemDestroy(TOV_SemHandle *handle) TOV_NOEXCEPT;
 /**
  * Waits until a semaphore's count is above 0, and takes 1 from it.
  * @param handle The semaphore.
  * @param timeoutMs The longest wait in milliseconds, or #TOV_WAIT_INFINITE.
  * @return #TOV_OK; #TOV_ERR_TIMEOUT; otherwise the mapped system error.
  */
-TOV_API TOV_Status TOV_SemAcquire(TOV_SemHandle handle, uint32_t timeoutMs);
+TOV_API TOV_Status TOV_SemAcquire(TOV_SemHandle handle, uint32_t timeoutMs) TOV_NOEXCEPT;
 /**
  * Adds to a semaphore's count.
  * @param handle The semaphore.
@@ -1408,7 +1416,7 @@ TOV_API TOV_Status TOV_SemAcquire(TOV_SemHandle handle, uint32_t timeoutMs);
  * @return #TOV_OK; #TOV_ERR_TOO_MANY_POSTS, the count unchanged, when it would
  *         pass the maximum; otherwise the mapped system error.
  */
-TOV_API TOV_Status TOV_SemSignal(TOV_SemHandle handle, uint32_t count);
+TOV_API TOV_Status TOV_SemSignal(TOV_SemHandle handle, uint32_t count) TOV_NOEXCEPT;
 
 /**
  * Creates an LMutex.
@@ -1418,7 +1426,7 @@ TOV_API TOV_Status TOV_SemSignal(TOV_SemHandle handle, uint32_t count);
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p handleOut; #TOV_ERR_NO_MEMORY.
  */
-TOV_API TOV_Status TOV_LMutexCreate(TOV_LMutexHandle *handleOut, uint32_t spinCount);
+TOV_API TOV_Status TOV_LMutexCreate(TOV_LMutexHandle *handleOut, uint32_t spinCount) TOV_NOEXCEPT;
 /**
  * Frees an LMutex, which no thread may hold.
  * @param handle The LMutex's variable, set to 0; a variable holding 0 frees
@@ -1426,25 +1434,25 @@ TOV_API TOV_Status TOV_LMutexCreate(TOV_LMutexHandle *handleOut, uint32_t spinCo
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p handle.
  */
-TOV_API TOV_Status TOV_LMutexDestroy(TOV_LMutexHandle *handle);
+TOV_API TOV_Status TOV_LMutexDestroy(TOV_LMutexHandle *handle) TOV_NOEXCEPT;
 /**
  * Acquires an LMutex, waiting without limit.
  * @param handle The LMutex.
  * @return #TOV_OK, or #TOV_ERR_INVALID_HANDLE for a NULL handle.
  */
-TOV_API TOV_Status TOV_LMutexAcquire(TOV_LMutexHandle handle);
+TOV_API TOV_Status TOV_LMutexAcquire(TOV_LMutexHandle handle) TOV_NOEXCEPT;
 /**
  * Acquires an LMutex if no other thread holds it; never waits.
  * @param handle The LMutex; must be valid.
  * @return #TOV_OK, or #TOV_ERR_TIMEOUT when another thread holds it.
  */
-TOV_API TOV_Status TOV_LMutexTryAcquire(TOV_LMutexHandle handle);
+TOV_API TOV_Status TOV_LMutexTryAcquire(TOV_LMutexHandle handle) TOV_NOEXCEPT;
 /**
  * Releases an LMutex once; the caller must hold it.
  * @param handle The LMutex; must be valid.
  * @return #TOV_OK.
  */
-TOV_API TOV_Status TOV_LMutexRelease(TOV_LMutexHandle handle);
+TOV_API TOV_Status TOV_LMutexRelease(TOV_LMutexHandle handle) TOV_NOEXCEPT;
 
 /** @} */
 /* (end of mutexes, events, semaphores, lmutexes) */
@@ -1453,6 +1461,126 @@ TOV_API TOV_Status TOV_LMutexRelease(TOV_LMutexHandle handle);
 /* Condition variables, reader-writer locks                                 */
 /* ------------------------------------------------------------------------ */
 
+/**
+ * @defgroup tov_cond Condition variables, reader-writer locks
+ * @brief Waiting for a condition under an LMutex; a lock for many readers or
+ * one writer.
+ *
+ * A condition variable is used with an LMutex. TOV_CondWait() releases the
+ * LMutex (which the caller holds exactly once), sleeps until a signal, a
+ * broadcast or the time-out, and holds the LMutex again when it returns,
+ * whatever the result. A signal or broadcast with nobody waiting is not
+ * remembered. A wake-up is not reserved for the threads waiting when it was
+ * made: one that begins to wait later may take it. So #TOV_OK does not prove
+ * that what the caller waits for holds (test it again in a loop), and threads
+ * that wait for different things must wait on different conditions, else one
+ * can take the wake-up meant for the other and both sleep on. Broadcast
+ * holding the LMutex: a thread that begins to wait during a broadcast makes the
+ * broadcaster wait for it too.
+ *
+ * A reader-writer lock is held by any number of readers or by one writer.
+ * Readers get in while readers hold it, even with writers waiting, except while
+ * a waiting writer is being handed the lock; the last reader out hands it to
+ * one waiting writer; a writer leaving lets every waiting reader in before any
+ * waiting writer. It is not recursive, and it does not know its holders: any
+ * thread may release it, in the mode it is held in.
+ *
+ * Creates, destroys and TOV_CondWait() test the start-up count and their
+ * arguments; the other calls work at any time and take valid handles. Creates
+ * write the handle only on success and leave nothing allocated or open on
+ * failure. Destroys clear the caller's variable in every case and report the
+ * first close that failed; a destroy through a cleared variable gives
+ * #TOV_ERR_INVALID_HANDLE. Destroying an object that a thread holds or waits on
+ * is outside the contract.
+ * @{
+ */
+
+typedef void *TOV_CondHandle;   /**< A condition variable: a library record. */
+typedef void *TOV_RWLockHandle; /**< A reader-writer lock: a library record. */
+
+/**
+ * Creates a condition variable.
+ * @param handleOut Receives the condition variable.
+ * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
+ *         NULL @p handleOut; #TOV_ERR_NO_MEMORY; otherwise the mapped system
+ *         error.
+ */
+TOV_API TOV_Status TOV_CondCreate(TOV_CondHandle *handleOut) TOV_NOEXCEPT;
+/**
+ * Frees a condition variable.
+ * @param handle The variable holding it, set to 0 in every case.
+ * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
+ *         NULL @p handle; #TOV_ERR_INVALID_HANDLE for a variable holding 0;
+ *         otherwise the mapped system error of the first close that failed.
+ */
+TOV_API TOV_Status TOV_CondDestroy(TOV_CondHandle *handle) TOV_NOEXCEPT;
+/**
+ * Waits on a condition variable, releasing the LMutex meanwhile.
+ * @param cond The condition variable.
+ * @param lock The LMutex, held exactly once by the caller; held again when the
+ *        call returns, whatever the result.
+ * @param timeoutMs The longest wait in milliseconds, or #TOV_WAIT_INFINITE.
+ * @return #TOV_OK when woken; #TOV_ERR_TIMEOUT; #TOV_ERR_NOT_INITIALIZED;
+ *         #TOV_ERR_INVALID_PARAMETER for a NULL @p lock, the condition
+ *         untouched; otherwise the mapped system error.
+ */
+TOV_API TOV_Status TOV_CondWait(TOV_CondHandle cond, TOV_LMutexHandle lock,
+                                uint32_t timeoutMs) TOV_NOEXCEPT;
+/**
+ * Wakes one waiter, if any.
+ * @param cond The condition variable.
+ * @return #TOV_OK or the mapped system error.
+ */
+TOV_API TOV_Status TOV_CondSignal(TOV_CondHandle cond) TOV_NOEXCEPT;
+/**
+ * Wakes every waiter and returns once all of them (and any that began to wait
+ * meanwhile) have left their wait.
+ * @param cond The condition variable.
+ * @return #TOV_OK or the mapped system error.
+ */
+TOV_API TOV_Status TOV_CondBroadcast(TOV_CondHandle cond) TOV_NOEXCEPT;
+
+/**
+ * Creates a reader-writer lock, held by nobody.
+ * @param handleOut Receives the lock.
+ * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
+ *         NULL @p handleOut; #TOV_ERR_NO_MEMORY; otherwise the mapped system
+ *         error.
+ */
+TOV_API TOV_Status TOV_RWLockCreate(TOV_RWLockHandle *handleOut) TOV_NOEXCEPT;
+/**
+ * Frees a reader-writer lock.
+ * @param handle The variable holding it, set to 0 in every case.
+ * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
+ *         NULL @p handle; #TOV_ERR_INVALID_HANDLE for a variable holding 0;
+ *         otherwise the mapped system error of the first close that failed.
+ */
+TOV_API TOV_Status TOV_RWLockDestroy(TOV_RWLockHandle *handle) TOV_NOEXCEPT;
+/**
+ * Acquires a reader-writer lock, waiting without limit.
+ * @param lock The lock.
+ * @param exclusive Non-zero: as the writer; 0: as a reader.
+ * @return #TOV_OK; a failed wait returns its mapped system error with the lock
+ *         not held.
+ */
+TOV_API TOV_Status TOV_RWLockAcquire(TOV_RWLockHandle lock, int32_t exclusive) TOV_NOEXCEPT;
+/**
+ * Acquires a reader-writer lock if it can be had at once; never waits.
+ * @param lock The lock.
+ * @param exclusive Non-zero: as the writer; 0: as a reader.
+ * @return #TOV_OK, or #TOV_ERR_TIMEOUT when the lock cannot be had at once.
+ */
+TOV_API TOV_Status TOV_RWLockTryAcquire(TOV_RWLockHandle lock, int32_t exclusive) TOV_NOEXCEPT;
+/**
+ * Releases the writer's hold, or one reader's.
+ * @param lock The lock.
+ * @return #TOV_OK; #TOV_ERR_INVALID_PARAMETER, nothing changed, when nobody
+ *         holds the lock; otherwise the mapped system error of waking the
+ *         waiters.
+ */
+TOV_API TOV_Status TOV_RWLockRelease(TOV_RWLockHandle lock) TOV_NOEXCEPT;
+
+/** @} */
 /* (end of condition variables, reader-writer locks) */
 
 /* ------------------------------------------------------------------------ */
@@ -1486,7 +1614,7 @@ typedef uint32_t (*TOV_ThreadRoutine)(void *argument);
  *         error. Nothing is written on failure.
  */
 TOV_API TOV_Status TOV_ThreadCreate(TOV_ThreadRoutine routine, void *argument, uint32_t stackSize,
-                                    TOV_ThreadHandle *handleOut);
+                                    TOV_ThreadHandle *handleOut) TOV_NOEXCEPT;
 /**
  * Closes a thread's handle; the thread itself runs on.
  * @param handle The handle's variable, set to 0 also when the close fails.
@@ -1494,7 +1622,7 @@ TOV_API TOV_Status TOV_ThreadCreate(TOV_ThreadRoutine routine, void *argument, u
  *         NULL @p handle; #TOV_ERR_INVALID_HANDLE for a variable holding 0;
  *         otherwise the close's mapped system error.
  */
-TOV_API TOV_Status TOV_ThreadDestroy(TOV_ThreadHandle *handle);
+TOV_API TOV_Status TOV_ThreadDestroy(TOV_ThreadHandle *handle) TOV_NOEXCEPT;
 /**
  * Waits until a thread has ended.
  * @param handle The thread.
@@ -1503,7 +1631,7 @@ TOV_API TOV_Status TOV_ThreadDestroy(TOV_ThreadHandle *handle);
  *         #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a NULL
  *         handle; otherwise the mapped system error.
  */
-TOV_API TOV_Status TOV_ThreadWait(TOV_ThreadHandle handle, uint32_t timeoutMs);
+TOV_API TOV_Status TOV_ThreadWait(TOV_ThreadHandle handle, uint32_t timeoutMs) TOV_NOEXCEPT;
 /**
  * Reads an ended thread's exit code.
  * @param handle The thread.
@@ -1512,7 +1640,8 @@ TOV_API TOV_Status TOV_ThreadWait(TOV_ThreadHandle handle, uint32_t timeoutMs);
  *         runs; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a NULL
  *         argument; otherwise the mapped system error.
  */
-TOV_API TOV_Status TOV_ThreadGetExitCode(TOV_ThreadHandle handle, uint32_t *exitCodeOut);
+TOV_API TOV_Status TOV_ThreadGetExitCode(TOV_ThreadHandle handle,
+                                         uint32_t *exitCodeOut) TOV_NOEXCEPT;
 /**
  * Tells a thread's id.
  * @param handle The thread.
@@ -1520,17 +1649,17 @@ TOV_API TOV_Status TOV_ThreadGetExitCode(TOV_ThreadHandle handle, uint32_t *exit
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL argument.
  */
-TOV_API TOV_Status TOV_ThreadGetID(TOV_ThreadHandle handle, uint64_t *idOut);
+TOV_API TOV_Status TOV_ThreadGetID(TOV_ThreadHandle handle, uint64_t *idOut) TOV_NOEXCEPT;
 /**
  * Tells the calling thread's id. Works at any time.
  * @return The id.
  */
-TOV_API uint64_t TOV_ThreadGetCurrentID(void);
+TOV_API uint64_t TOV_ThreadGetCurrentID(void) TOV_NOEXCEPT;
 /**
  * Ends the calling thread; does not return. Works at any time.
  * @param exitCode The thread's exit code.
  */
-TOV_API void TOV_ThreadExit(uint32_t exitCode);
+TOV_API void TOV_ThreadExit(uint32_t exitCode) TOV_NOEXCEPT;
 
 /**
  * Pushes a pointer onto the calling thread's description stack.
@@ -1542,12 +1671,12 @@ TOV_API void TOV_ThreadExit(uint32_t exitCode);
  * @return #TOV_OK; #TOV_ERR_NO_MEMORY, the stack unchanged; otherwise the
  *         mapped system error.
  */
-TOV_API TOV_Status TOV_ThreadPushDescriptionPtr(void *value);
+TOV_API TOV_Status TOV_ThreadPushDescriptionPtr(void *value) TOV_NOEXCEPT;
 /**
  * Drops the newest entry of the calling thread's description stack.
  * @return #TOV_OK, or #TOV_ERR_NOT_FOUND when the stack is empty.
  */
-TOV_API TOV_Status TOV_ThreadPopDescriptionPtr(void);
+TOV_API TOV_Status TOV_ThreadPopDescriptionPtr(void) TOV_NOEXCEPT;
 /**
  * Copies a thread's description stack, newest entry first.
  * @param threadId The thread's id; 0 for the calling thread. A thread without a
@@ -1560,7 +1689,8 @@ TOV_API TOV_Status TOV_ThreadPopDescriptionPtr(void);
  *         #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a NULL
  *         @p count, or a NULL @p buffer with room.
  */
-TOV_API TOV_Status TOV_ThreadGetDescriptionPtrs(uint64_t threadId, void **buffer, uint32_t *count);
+TOV_API TOV_Status TOV_ThreadGetDescriptionPtrs(uint64_t threadId, void **buffer,
+                                                uint32_t *count) TOV_NOEXCEPT;
 
 /**
  * Allocates a thread-local storage key.
@@ -1568,27 +1698,27 @@ TOV_API TOV_Status TOV_ThreadGetDescriptionPtrs(uint64_t threadId, void **buffer
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p keyOut; otherwise the mapped system error (no slot left).
  */
-TOV_API TOV_Status TOV_TLSCreate(uint64_t *keyOut);
+TOV_API TOV_Status TOV_TLSCreate(uint64_t *keyOut) TOV_NOEXCEPT;
 /**
  * Frees a thread-local storage key. Works at any time.
  * @param key The key's variable, set to 0 whatever the result.
  * @return #TOV_OK or the mapped system error.
  */
-TOV_API TOV_Status TOV_TLSDestroy(uint64_t *key);
+TOV_API TOV_Status TOV_TLSDestroy(uint64_t *key) TOV_NOEXCEPT;
 /**
  * Reads the calling thread's value of a key. Works at any time.
  * @param key The key.
  * @param valueOut Receives the value; a slot never set reads as NULL.
  * @return #TOV_OK or the mapped system error.
  */
-TOV_API TOV_Status TOV_TLSGetValue(uint64_t key, void **valueOut);
+TOV_API TOV_Status TOV_TLSGetValue(uint64_t key, void **valueOut) TOV_NOEXCEPT;
 /**
  * Sets the calling thread's value of a key. Works at any time.
  * @param key The key.
  * @param value The value.
  * @return #TOV_OK or the mapped system error.
  */
-TOV_API TOV_Status TOV_TLSSetValue(uint64_t key, void *value);
+TOV_API TOV_Status TOV_TLSSetValue(uint64_t key, void *value) TOV_NOEXCEPT;
 
 /** @} */
 /* (end of threads, thread descriptions, thread-local storage) */
@@ -1943,7 +2073,7 @@ typedef struct TOV_Skt TOV_Skt;
  *         error.
  */
 TOV_API TOV_Status TOV_SktCreate(int32_t family, int32_t type, int32_t protocol,
-                                 TOV_Skt **socketOut);
+                                 TOV_Skt **socketOut) TOV_NOEXCEPT;
 /**
  * Closes a socket and frees its record.
  * @param socket The socket's variable, set to 0 also when the close fails.
@@ -1951,7 +2081,7 @@ TOV_API TOV_Status TOV_SktCreate(int32_t family, int32_t type, int32_t protocol,
  *         NULL @p socket; #TOV_ERR_INVALID_HANDLE for a variable holding 0;
  *         otherwise the close's mapped Winsock error.
  */
-TOV_API TOV_Status TOV_SktDestroy(TOV_Skt **socket);
+TOV_API TOV_Status TOV_SktDestroy(TOV_Skt **socket) TOV_NOEXCEPT;
 /**
  * Binds a socket to a local address.
  * @param socket The socket.
@@ -1962,7 +2092,7 @@ TOV_API TOV_Status TOV_SktDestroy(TOV_Skt **socket);
  *         (#TOV_ERR_NET_ADDRINUSE...).
  */
 TOV_API TOV_Status TOV_SktBind(TOV_Skt *socket, const struct sockaddr *address,
-                               uint64_t addressLength);
+                               uint64_t addressLength) TOV_NOEXCEPT;
 /**
  * Makes a bound stream socket listen for connections.
  * @param socket The socket.
@@ -1970,7 +2100,7 @@ TOV_API TOV_Status TOV_SktBind(TOV_Skt *socket, const struct sockaddr *address,
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p socket; otherwise the mapped Winsock error.
  */
-TOV_API TOV_Status TOV_SktListen(TOV_Skt *socket, int32_t backlog);
+TOV_API TOV_Status TOV_SktListen(TOV_Skt *socket, int32_t backlog) TOV_NOEXCEPT;
 /**
  * Accepts a connection, waiting for one on a blocking listener.
  * @param listener The listening socket.
@@ -1985,7 +2115,7 @@ TOV_API TOV_Status TOV_SktListen(TOV_Skt *socket, int32_t backlog);
  *         pending).
  */
 TOV_API TOV_Status TOV_SktAccept(TOV_Skt *listener, TOV_Skt **socketOut, struct sockaddr *peer,
-                                 int32_t *peerLength);
+                                 int32_t *peerLength) TOV_NOEXCEPT;
 /**
  * Connects a socket to a remote address (for a datagram socket: sets its
  * default peer).
@@ -1998,7 +2128,7 @@ TOV_API TOV_Status TOV_SktAccept(TOV_Skt *listener, TOV_Skt **socketOut, struct 
  *         Winsock error (#TOV_ERR_NET_CONNREFUSED...).
  */
 TOV_API TOV_Status TOV_SktConnect(TOV_Skt *socket, const struct sockaddr *address,
-                                  uint64_t addressLength);
+                                  uint64_t addressLength) TOV_NOEXCEPT;
 /**
  * Shuts down one or both directions of a connection.
  * @param socket The socket.
@@ -2006,7 +2136,7 @@ TOV_API TOV_Status TOV_SktConnect(TOV_Skt *socket, const struct sockaddr *addres
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p socket; otherwise the mapped Winsock error.
  */
-TOV_API TOV_Status TOV_SktShutdown(TOV_Skt *socket, int32_t how);
+TOV_API TOV_Status TOV_SktShutdown(TOV_Skt *socket, int32_t how) TOV_NOEXCEPT;
 /**
  * Tells the address a socket is bound to.
  * @param socket The socket.
@@ -2017,7 +2147,7 @@ TOV_API TOV_Status TOV_SktShutdown(TOV_Skt *socket, int32_t how);
  *         NULL argument; otherwise the mapped Winsock error.
  */
 TOV_API TOV_Status TOV_SktGetLocalAddress(TOV_Skt *socket, struct sockaddr *address,
-                                          int32_t *addressLength);
+                                          int32_t *addressLength) TOV_NOEXCEPT;
 /**
  * Tells the address of a connected socket's peer.
  * @param socket The socket.
@@ -2029,7 +2159,7 @@ TOV_API TOV_Status TOV_SktGetLocalAddress(TOV_Skt *socket, struct sockaddr *addr
  *         (#TOV_ERR_NET_NOTCONN...).
  */
 TOV_API TOV_Status TOV_SktGetRemoteAddress(TOV_Skt *socket, struct sockaddr *address,
-                                           int32_t *addressLength);
+                                           int32_t *addressLength) TOV_NOEXCEPT;
 /**
  * Reads a socket option.
  * @param socket The socket.
@@ -2044,7 +2174,7 @@ TOV_API TOV_Status TOV_SktGetRemoteAddress(TOV_Skt *socket, struct sockaddr *add
  *         error.
  */
 TOV_API TOV_Status TOV_SktGetOption(TOV_Skt *socket, int32_t level, int32_t name, void *value,
-                                    uint64_t *valueLength);
+                                    uint64_t *valueLength) TOV_NOEXCEPT;
 /**
  * Sets a socket option.
  * @param socket The socket.
@@ -2058,7 +2188,7 @@ TOV_API TOV_Status TOV_SktGetOption(TOV_Skt *socket, int32_t level, int32_t name
  *         error.
  */
 TOV_API TOV_Status TOV_SktSetOption(TOV_Skt *socket, int32_t level, int32_t name, const void *value,
-                                    uint64_t valueLength);
+                                    uint64_t valueLength) TOV_NOEXCEPT;
 /**
  * Sends a control code to a socket.
  * @param socket The socket.
@@ -2076,7 +2206,7 @@ TOV_API TOV_Status TOV_SktSetOption(TOV_Skt *socket, int32_t level, int32_t name
  */
 TOV_API TOV_Status TOV_SktIOCtl(TOV_Skt *socket, uint32_t code, const void *input,
                                 uint64_t inputLength, void *output, uint64_t *outputLength,
-                                struct _OVERLAPPED *overlapped);
+                                struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
 /**
  * Sends from a list of buffers.
  * @param socket The socket.
@@ -2093,7 +2223,7 @@ TOV_API TOV_Status TOV_SktIOCtl(TOV_Skt *socket, uint32_t code, const void *inpu
  */
 TOV_API TOV_Status TOV_SktSend(TOV_Skt *socket, struct _WSABUF *buffers, uint32_t count,
                                uint64_t *bytesSent, uint32_t flags, const struct sockaddr *to,
-                               int32_t toLength, struct _OVERLAPPED *overlapped);
+                               int32_t toLength, struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
 /**
  * Sends from one buffer.
  * @param socket The socket.
@@ -2110,7 +2240,7 @@ TOV_API TOV_Status TOV_SktSend(TOV_Skt *socket, struct _WSABUF *buffers, uint32_
  */
 TOV_API TOV_Status TOV_SktSendBuf(TOV_Skt *socket, const void *data, uint64_t length,
                                   uint64_t *bytesSent, uint32_t flags, const struct sockaddr *to,
-                                  int32_t toLength, struct _OVERLAPPED *overlapped);
+                                  int32_t toLength, struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
 /**
  * Receives into a list of buffers. 0 bytes on a stream: the peer has shut
  * down its side.
@@ -2129,7 +2259,7 @@ TOV_API TOV_Status TOV_SktSendBuf(TOV_Skt *socket, const void *data, uint64_t le
  */
 TOV_API TOV_Status TOV_SktReceive(TOV_Skt *socket, struct _WSABUF *buffers, uint32_t count,
                                   uint64_t *bytesReceived, uint32_t *flags, struct sockaddr *from,
-                                  int32_t *fromLength, struct _OVERLAPPED *overlapped);
+                                  int32_t *fromLength, struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
 /**
  * Receives into one buffer. 0 bytes on a stream: the peer has shut down its
  * side.
@@ -2148,7 +2278,7 @@ TOV_API TOV_Status TOV_SktReceive(TOV_Skt *socket, struct _WSABUF *buffers, uint
  */
 TOV_API TOV_Status TOV_SktRecvBuf(TOV_Skt *socket, void *buffer, uint64_t length,
                                   uint64_t *bytesReceived, uint32_t *flags, struct sockaddr *from,
-                                  int32_t *fromLength, struct _OVERLAPPED *overlapped);
+                                  int32_t *fromLength, struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
 
 /** @} */
 /* (end of sockets) */
@@ -2196,7 +2326,7 @@ TOV_API TOV_Status TOV_SktRecvBuf(TOV_Skt *socket, void *buffer, uint64_t length
  *         written.
  */
 TOV_API TOV_Status TOV_SktNetToPresentation(const struct sockaddr *address, uint32_t flags,
-                                            char *text);
+                                            char *text) TOV_NOEXCEPT;
 /**
  * Reads a text into a socket address.
  *
@@ -2213,7 +2343,8 @@ TOV_API TOV_Status TOV_SktNetToPresentation(const struct sockaddr *address, uint
  *         that cannot be read.
  */
 TOV_API TOV_Status TOV_SktPresentationToNet(const char *text, uint32_t *flags,
-                                            struct sockaddr *address, uint64_t *addressSize);
+                                            struct sockaddr *address,
+                                            uint64_t *addressSize) TOV_NOEXCEPT;
 
 /** @} */
 /* (end of socket address presentation) */
@@ -2264,7 +2395,9 @@ typedef struct TOV_FDSResult {
 
 /**
  * Called per entry by TOV_FDSEnumerate() and TOV_FDSDestroy(), in ascending
- * handle order; a non-zero return stops the walk.
+ * handle order; a non-zero return stops the walk. A C++ callback must not
+ * throw: nothing in the library catches, and the set would be left
+ * half-walked.
  * @param socket The entry's socket.
  * @param flags The entry's interest flags.
  * @param context The entry's context value.
@@ -2280,7 +2413,7 @@ typedef TOV_Status (*TOV_FDSCallback)(TOV_Skt *socket, uint32_t flags, uint64_t 
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p setOut; #TOV_ERR_NO_MEMORY.
  */
-TOV_API TOV_Status TOV_FDSCreate(uint32_t sizeHint, TOV_FDS **setOut);
+TOV_API TOV_Status TOV_FDSCreate(uint32_t sizeHint, TOV_FDS **setOut) TOV_NOEXCEPT;
 /**
  * Calls a callback per entry until it returns non-zero, then frees the set.
  * @param set The set's variable, set to 0.
@@ -2289,7 +2422,7 @@ TOV_API TOV_Status TOV_FDSCreate(uint32_t sizeHint, TOV_FDS **setOut);
  *         #TOV_ERR_INVALID_PARAMETER for a NULL @p set;
  *         #TOV_ERR_INVALID_HANDLE for a variable holding 0.
  */
-TOV_API TOV_Status TOV_FDSDestroy(TOV_FDS **set, TOV_FDSCallback callback);
+TOV_API TOV_Status TOV_FDSDestroy(TOV_FDS **set, TOV_FDSCallback callback) TOV_NOEXCEPT;
 /**
  * Adds a socket to a set.
  * @param set The set.
@@ -2301,7 +2434,7 @@ TOV_API TOV_Status TOV_FDSDestroy(TOV_FDS **set, TOV_FDSCallback callback);
  *         pointer or flags of 0; #TOV_ERR_NO_MEMORY.
  */
 TOV_API TOV_Status TOV_FDSAssociate(TOV_FDS *set, TOV_Skt *socket, uint32_t flags,
-                                    uint64_t context);
+                                    uint64_t context) TOV_NOEXCEPT;
 /**
  * Changes an entry's flags and/or context, and reads the previous values.
  * @param set The set.
@@ -2316,7 +2449,7 @@ TOV_API TOV_Status TOV_FDSAssociate(TOV_FDS *set, TOV_Skt *socket, uint32_t flag
  *         @p set or @p socket, or a value missing for @p what.
  */
 TOV_API TOV_Status TOV_FDSModify(TOV_FDS *set, TOV_Skt *socket, uint32_t what, uint32_t *flags,
-                                 uint64_t *context);
+                                 uint64_t *context) TOV_NOEXCEPT;
 /**
  * Removes a socket's entry.
  * @param set The set.
@@ -2326,7 +2459,7 @@ TOV_API TOV_Status TOV_FDSModify(TOV_FDS *set, TOV_Skt *socket, uint32_t what, u
  *         #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a NULL
  *         @p set or @p socket.
  */
-TOV_API TOV_Status TOV_FDSRemove(TOV_FDS *set, TOV_Skt *socket, uint64_t *context);
+TOV_API TOV_Status TOV_FDSRemove(TOV_FDS *set, TOV_Skt *socket, uint64_t *context) TOV_NOEXCEPT;
 /**
  * Counts entries by interest.
  * @param set The set.
@@ -2336,7 +2469,7 @@ TOV_API TOV_Status TOV_FDSRemove(TOV_FDS *set, TOV_Skt *socket, uint64_t *contex
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL pointer or @p which of 0.
  */
-TOV_API TOV_Status TOV_FDSCount(TOV_FDS *set, uint32_t *count, uint32_t which);
+TOV_API TOV_Status TOV_FDSCount(TOV_FDS *set, uint32_t *count, uint32_t which) TOV_NOEXCEPT;
 /**
  * Calls a callback per entry; the callback must not change the set.
  * @param set The set.
@@ -2345,7 +2478,7 @@ TOV_API TOV_Status TOV_FDSCount(TOV_FDS *set, uint32_t *count, uint32_t which);
  *         #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a NULL
  *         argument.
  */
-TOV_API TOV_Status TOV_FDSEnumerate(TOV_FDS *set, TOV_FDSCallback callback);
+TOV_API TOV_Status TOV_FDSEnumerate(TOV_FDS *set, TOV_FDSCallback callback) TOV_NOEXCEPT;
 /**
  * Waits until sockets of the set are ready for the interests selected.
  * @param set The set.
@@ -2364,7 +2497,7 @@ TOV_API TOV_Status TOV_FDSEnumerate(TOV_FDS *set, TOV_FDSCallback callback);
  *         #TOV_ERR_NO_MEMORY; otherwise the mapped Winsock error.
  */
 TOV_API TOV_Status TOV_FDSSelect(TOV_FDS *set, uint32_t which, TOV_FDSResult *results,
-                                 uint32_t *count, uint32_t timeoutMs);
+                                 uint32_t *count, uint32_t timeoutMs) TOV_NOEXCEPT;
 
 /** @} */
 /* (end of socket sets) */
@@ -2400,7 +2533,7 @@ typedef struct TOV_IOCPort TOV_IOCPort;
  *         NULL @p portOut; #TOV_ERR_NO_MEMORY; otherwise the mapped system
  *         error.
  */
-TOV_API TOV_Status TOV_IOCPortCreate(uint32_t concurrency, TOV_IOCPort **portOut);
+TOV_API TOV_Status TOV_IOCPortCreate(uint32_t concurrency, TOV_IOCPort **portOut) TOV_NOEXCEPT;
 /**
  * Closes a completion port and frees its record.
  * @param port The port's variable, set to 0 also when the close fails.
@@ -2408,7 +2541,7 @@ TOV_API TOV_Status TOV_IOCPortCreate(uint32_t concurrency, TOV_IOCPort **portOut
  *         NULL @p port; #TOV_ERR_INVALID_HANDLE for a variable holding 0;
  *         otherwise the close's mapped system error.
  */
-TOV_API TOV_Status TOV_IOCPortDestroy(TOV_IOCPort **port);
+TOV_API TOV_Status TOV_IOCPortDestroy(TOV_IOCPort **port) TOV_NOEXCEPT;
 /**
  * Ties a socket to the port: its overlapped operations complete there.
  * @param port The port.
@@ -2416,7 +2549,8 @@ TOV_API TOV_Status TOV_IOCPortDestroy(TOV_IOCPort **port);
  * @param key The completion key its completions carry.
  * @return #TOV_OK or the mapped system error.
  */
-TOV_API TOV_Status TOV_IOCPortAssociate(TOV_IOCPort *port, TOV_Skt *socket, uint64_t key);
+TOV_API TOV_Status TOV_IOCPortAssociate(TOV_IOCPort *port, TOV_Skt *socket,
+                                        uint64_t key) TOV_NOEXCEPT;
 /**
  * Posts a completion of one's own; a waiter receives exactly these values.
  * @param port The port.
@@ -2426,7 +2560,7 @@ TOV_API TOV_Status TOV_IOCPortAssociate(TOV_IOCPort *port, TOV_Skt *socket, uint
  * @return #TOV_OK or the mapped system error.
  */
 TOV_API TOV_Status TOV_IOCPortSignal(TOV_IOCPort *port, uint32_t byteCount, uint64_t key,
-                                     struct _OVERLAPPED *overlapped);
+                                     struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
 /**
  * Waits for the next completion.
  * @param port The port.
@@ -2443,7 +2577,8 @@ TOV_API TOV_Status TOV_IOCPortSignal(TOV_IOCPort *port, uint32_t byteCount, uint
  *         *@p key), or of the wait.
  */
 TOV_API TOV_Status TOV_IOCPortWait(TOV_IOCPort *port, uint64_t *byteCount, uint64_t *key,
-                                   struct _OVERLAPPED **overlapped, uint32_t timeoutMs);
+                                   struct _OVERLAPPED **overlapped,
+                                   uint32_t timeoutMs) TOV_NOEXCEPT;
 
 /** @} */
 /* (end of i/o completion ports) */

@@ -7,5 +7,6 @@ int (*wsaStartup)(WORD, WSADATA *);
 DWORD (*tickCount)();
 long (*uuidCreate)(GUID *);
 bool failAllocations;
+bool (*failObjectCreate)();
 } // namespace tov::seams
 #endif

@@ -22,6 +22,9 @@ extern bool failAllocations;
 // identifier generator.
 extern DWORD (*tickCount)();
 extern long (*uuidCreate)(GUID *uuid);
+// When set, asked before each semaphore or event a condition record creates:
+// true makes that create fail (the seam sets the last error).
+extern bool (*failObjectCreate)();
 
 } // namespace tov::seams
 

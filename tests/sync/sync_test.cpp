@@ -58,6 +58,9 @@ TEST(SyncNotStarted, CountedFunctionsRefuseBeforeStartup) {
         TOV_ThreadGetID(nullptr, &u64), TOV_ThreadGetDescriptionPtrs(0, nullptr, &u32),
         TOV_TLSCreate(&u64)})
     EXPECT_EQ(s, TOV_ERR_NOT_INITIALIZED) << "call #" << call++;
+  for (const TOV_Status s : {TOV_CondCreate(&h), TOV_CondDestroy(nullptr), TOV_RWLockCreate(&h),
+                             TOV_CondWait(nullptr, nullptr, 0), TOV_RWLockDestroy(nullptr)})
+    EXPECT_EQ(s, TOV_ERR_NOT_INITIALIZED) << "call #" << call++;
   EXPECT_TRUE(h == nullptr && u64 == 0);
 }
 
