@@ -59,13 +59,13 @@
 /**
  * @def TOV_PRINTF_LIKE(f, a)
  * Lets the compiler check the arguments against format string @p f, the
- * variable arguments starting at position @p a. The format is the system C
- * runtime's; clang checks it so for Windows targets under the name printf, and
- * knows no ms_printf.
+ * variable arguments starting at position @p a. The format is the Windows C
+ * runtime's: clang checks it so for Windows targets under the name printf, and
+ * knows no ms_printf; elsewhere (the native fuzz build) nothing is checked.
  */
-#if defined(__clang__)
+#if defined(__clang__) && defined(_WIN32)
 #define TOV_PRINTF_LIKE(f, a) __attribute__((__format__(__printf__, f, a)))
-#elif defined(__GNUC__)
+#elif defined(__GNUC__) && defined(_WIN32)
 #define TOV_PRINTF_LIKE(f, a) __attribute__((__format__(ms_printf, f, a)))
 #else
 #define TOV_PRINTF_LIKE(f, a)

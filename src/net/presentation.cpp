@@ -7,24 +7,24 @@
 // texts are refused from rather than overrun.
 #include "tov.h"
 
-#include <winsock2.h>
-#include <ws2tcpip.h>
-#include <wsipx.h>
+#include "net/addrbytes.h"
 
 #include <cstring>
 
 namespace {
 
-constexpr uint16_t kFamilyIPv4 = 2;
-constexpr uint16_t kFamilyIPX = 6;
-constexpr uint16_t kFamilyIPv6 = 23;
+using tov::net::AddrIPv4;
+using tov::net::AddrIPv6;
+using tov::net::AddrIPX;
+using tov::net::kFamilyIPv4;
+using tov::net::kFamilyIPv6;
+using tov::net::kFamilyIPX;
+using tov::net::netOrder16;
+using tov::net::putNetOrder16;
 
-constexpr uint64_t kSizeIPv4 = 16;
-constexpr uint64_t kSizeIPX = 14;
-constexpr uint64_t kSizeIPv6 = 28;
-
-static_assert(sizeof(sockaddr_in) == kSizeIPv4 && sizeof(SOCKADDR_IPX) == kSizeIPX &&
-              sizeof(sockaddr_in6) == kSizeIPv6);
+constexpr uint64_t kSizeIPv4 = sizeof(AddrIPv4);
+constexpr uint64_t kSizeIPX = sizeof(AddrIPX);
+constexpr uint64_t kSizeIPv6 = sizeof(AddrIPv6);
 
 // ---- Characters ------------------------------------------------------------------
 
@@ -172,34 +172,32 @@ private:
   const char *digits_;
 };
 
-void writeIPv4(Writer &w, const sockaddr_in &a, uint32_t flags) noexcept {
-  const auto *b = reinterpret_cast<const uint8_t *>(&a.sin_addr);
+void writeIPv4(Writer &w, const AddrIPv4 &a, uint32_t flags) noexcept {
   for (int i = 0; i < 4; ++i) {
     if (i) w.ch('.');
-    w.unsignedDecimal(b[i]);
+    w.unsignedDecimal(a.address[i]);
   }
   if (flags & TOV_PRES_PORT) {
     w.ch(':');
-    w.unsignedDecimal(ntohs(a.sin_port));
+    w.unsignedDecimal(netOrder16(a.port));
   }
 }
 
-void writeIPX(Writer &w, const SOCKADDR_IPX &a, uint32_t flags) noexcept {
-  for (int i = 0; i < 4; ++i) w.hexByte(static_cast<uint8_t>(a.sa_netnum[i]));
+void writeIPX(Writer &w, const AddrIPX &a, uint32_t flags) noexcept {
+  for (int i = 0; i < 4; ++i) w.hexByte(a.network[i]);
   w.ch(':');
-  for (int i = 0; i < 6; ++i) w.hexByte(static_cast<uint8_t>(a.sa_nodenum[i]));
+  for (int i = 0; i < 6; ++i) w.hexByte(a.node[i]);
   if (flags & TOV_PRES_PORT) {
-    const auto *s = reinterpret_cast<const uint8_t *>(&a.sa_socket);
     w.ch(':');
-    w.hexByte(s[0]);
-    w.hexByte(s[1]);
+    w.hexByte(a.socket[0]);
+    w.hexByte(a.socket[1]);
   }
 }
 
 // Eight groups in brackets; the first run of zero groups (not the longest)
 // is written as "::", however short.
-void writeIPv6(Writer &w, const sockaddr_in6 &a, uint32_t flags) noexcept {
-  const auto *b = reinterpret_cast<const uint8_t *>(&a.sin6_addr);
+void writeIPv6(Writer &w, const AddrIPv6 &a, uint32_t flags) noexcept {
+  const uint8_t *b = a.address;
   uint32_t group[8];
   for (int i = 0; i < 8; ++i) group[i] = static_cast<uint32_t>(b[2 * i]) << 8 | b[2 * i + 1];
   w.ch('[');
@@ -222,7 +220,7 @@ void writeIPv6(Writer &w, const sockaddr_in6 &a, uint32_t flags) noexcept {
   w.ch(']');
   if (flags & TOV_PRES_PORT) {
     w.ch(':');
-    w.unsignedDecimal(ntohs(a.sin6_port));
+    w.unsignedDecimal(netOrder16(a.port));
   }
 }
 
@@ -245,7 +243,7 @@ bool claim(const Target &t, uint64_t recordSize) noexcept {
 
 TOV_Status readIPv4(const char *p, Target t, uint32_t &flags) noexcept {
   if (!claim(t, kSizeIPv4)) return TOV_ERR_BUFFER_TOO_SMALL;
-  uint8_t *address = t.bytes + offsetof(sockaddr_in, sin_addr);
+  uint8_t *address = t.bytes + offsetof(AddrIPv4, address);
   p = skipSpace(p);
   for (int i = 0; i < 4; ++i) {
     address[i] = static_cast<uint8_t>(decimal(p));
@@ -257,8 +255,7 @@ TOV_Status readIPv4(const char *p, Target t, uint32_t &flags) noexcept {
   }
   p = skipSpace(p);
   if (*p == ':') {
-    const uint16_t port = htons(static_cast<uint16_t>(decimal(p + 1)));
-    std::memcpy(t.bytes + offsetof(sockaddr_in, sin_port), &port, sizeof port);
+    putNetOrder16(t.bytes + offsetof(AddrIPv4, port), static_cast<uint16_t>(decimal(p + 1)));
     flags |= TOV_PRES_PORT;
   }
   return TOV_OK;
@@ -267,9 +264,9 @@ TOV_Status readIPv4(const char *p, Target t, uint32_t &flags) noexcept {
 TOV_Status readIPX(const char *p, Target t, uint32_t &flags) noexcept {
   if (!claim(t, kSizeIPX)) return TOV_ERR_BUFFER_TOO_SMALL;
   // Network number, node number and socket number follow the family field.
-  uint8_t *out = t.bytes + offsetof(SOCKADDR_IPX, sa_netnum);
-  static_assert(offsetof(SOCKADDR_IPX, sa_nodenum) == offsetof(SOCKADDR_IPX, sa_netnum) + 4 &&
-                offsetof(SOCKADDR_IPX, sa_socket) == offsetof(SOCKADDR_IPX, sa_netnum) + 10);
+  uint8_t *out = t.bytes + offsetof(AddrIPX, network);
+  static_assert(offsetof(AddrIPX, node) == offsetof(AddrIPX, network) + 4 &&
+                offsetof(AddrIPX, socket) == offsetof(AddrIPX, network) + 10);
   p = skipSpace(p);
   for (int i = 0; i < 12; ++i) {
     if (!hexByte(p, &out[i])) return TOV_ERR_INVALID_PARAMETER;
@@ -393,11 +390,10 @@ TOV_Status readIPv6(const char *text, Target t, uint32_t &flags) noexcept {
 
   p = skipSpace(close + 1);
   if (*p == ':') {
-    const uint16_t port = htons(static_cast<uint16_t>(decimal(p + 1)));
-    std::memcpy(t.bytes + offsetof(sockaddr_in6, sin6_port), &port, sizeof port);
+    putNetOrder16(t.bytes + offsetof(AddrIPv6, port), static_cast<uint16_t>(decimal(p + 1)));
     flags |= TOV_PRES_PORT;
   }
-  std::memcpy(t.bytes + offsetof(sockaddr_in6, sin6_addr), group, sizeof group);
+  std::memcpy(t.bytes + offsetof(AddrIPv6, address), group, sizeof group);
   return TOV_OK;
 }
 
@@ -424,13 +420,13 @@ extern "C" TOV_Status TOV_SktNetToPresentation(const sockaddr *address, uint32_t
   if (flags & TOV_PRES_PREFIX) w.text(prefixText(family, flags));
   switch (family) {
   case kFamilyIPv4:
-    writeIPv4(w, *reinterpret_cast<const sockaddr_in *>(address), flags);
+    writeIPv4(w, *reinterpret_cast<const AddrIPv4 *>(address), flags);
     break;
   case kFamilyIPX:
-    writeIPX(w, *reinterpret_cast<const SOCKADDR_IPX *>(address), flags);
+    writeIPX(w, *reinterpret_cast<const AddrIPX *>(address), flags);
     break;
   default:
-    writeIPv6(w, *reinterpret_cast<const sockaddr_in6 *>(address), flags);
+    writeIPv6(w, *reinterpret_cast<const AddrIPv6 *>(address), flags);
     break;
   }
   w.finish();
