@@ -20,10 +20,11 @@
  * @par Start-up and arguments
  * The functions marked #TOV_NEEDS_START in their declaration test the start-up
  * count first: before TOV_Startup(), and after the TOV_Cleanup() that matches
- * the last start, they return #TOV_ERR_NOT_INITIALIZED. They then test their arguments and return
- * #TOV_ERR_INVALID_PARAMETER when a test fails. Both happen before any effect:
- * nothing is written then. A function's description says when it skips either
- * test (the codec, the text address forms and a few others work at any time).
+ * the last start, they return #TOV_ERR_NOT_INITIALIZED. They then test their
+ * arguments and return #TOV_ERR_INVALID_PARAMETER when a test fails. Both
+ * happen before any effect: nothing is written then. A function's description
+ * says when it skips the argument test; the unmarked ones (the codec, the text
+ * address forms and others) work at any time.
  *
  * @par Outputs
  * Outputs (the pointer arguments a function writes through) are written only on
