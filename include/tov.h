@@ -23,8 +23,9 @@
  * the last start, they return #TOV_ERR_NOT_INITIALIZED. They then test their
  * arguments and return #TOV_ERR_INVALID_PARAMETER when a test fails. Both
  * happen before any effect: nothing is written then. A function's description
- * says when it skips the argument test; the unmarked ones (the codec, the text
- * address forms and others) work at any time.
+ * says when it skips the argument test. The unmarked ones (the codec, the text
+ * address forms and others) need no start; findid() alone answers a library
+ * not started in its own way.
  *
  * @par Outputs
  * Outputs (the pointer arguments a function writes through) are written only on
