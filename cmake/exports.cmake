@@ -1,8 +1,14 @@
 # Lists the functions include/tov.h exports: every declaration that starts
-# with TOV_API. Used to write the .def file and by the export check.
+# with TOV_API. Used to write the .def file and by the export check. With
+# MARKED, only those marked TOV_NEEDS_START right after TOV_API.
 function(tov_header_exports header out_var)
+  cmake_parse_arguments(A "MARKED" "" "" ${ARGN})
+  set(prefix "TOV_API ")
+  if(A_MARKED)
+    string(APPEND prefix "TOV_NEEDS_START ")
+  endif()
   file(READ "${header}" text)
-  string(REGEX MATCHALL "TOV_API [^;(]*[ *]([A-Za-z_][A-Za-z_0-9]*)[ ]*\\(" decls "${text}")
+  string(REGEX MATCHALL "${prefix}[^;(]*[ *]([A-Za-z_][A-Za-z_0-9]*)[ ]*\\(" decls "${text}")
   set(names "")
   foreach(decl IN LISTS decls)
     string(REGEX REPLACE ".*[ *]([A-Za-z_][A-Za-z_0-9]*)[ ]*\\($" "\\1" name "${decl}")
@@ -12,14 +18,28 @@ function(tov_header_exports header out_var)
   set(${out_var} "${names}" PARENT_SCOPE)
 endfunction()
 
-# Script mode: cmake -DHEADER=... -DOUT=... -P exports.cmake writes the .def.
+# Writes text to file only when it differs, so that dependants stay built.
+function(tov_write_if_changed file text)
+  file(WRITE "${file}.tmp" "${text}")
+  file(COPY_FILE "${file}.tmp" "${file}" ONLY_IF_DIFFERENT)
+  file(REMOVE "${file}.tmp")
+endfunction()
+
+# Script mode: cmake -DHEADER=... -DOUT=... -P exports.cmake writes the .def;
+# with -DMARKED_OUT=... instead, the marked functions as TOV_MARKED(name)
+# lines for the tests.
 if(CMAKE_SCRIPT_MODE_FILE AND HEADER AND OUT)
   tov_header_exports("${HEADER}" names)
   set(def "LIBRARY tov.dll\nEXPORTS\n")
   foreach(name IN LISTS names)
     string(APPEND def "  ${name}\n")
   endforeach()
-  file(WRITE "${OUT}.tmp" "${def}")
-  file(COPY_FILE "${OUT}.tmp" "${OUT}" ONLY_IF_DIFFERENT)
-  file(REMOVE "${OUT}.tmp")
+  tov_write_if_changed("${OUT}" "${def}")
+elseif(CMAKE_SCRIPT_MODE_FILE AND HEADER AND MARKED_OUT)
+  tov_header_exports("${HEADER}" names MARKED)
+  set(list "")
+  foreach(name IN LISTS names)
+    string(APPEND list "TOV_MARKED(${name})\n")
+  endforeach()
+  tov_write_if_changed("${MARKED_OUT}" "${list}")
 endif()

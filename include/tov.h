@@ -18,12 +18,14 @@
  * number when it has none.
  *
  * @par Start-up and arguments
- * Most functions test the start-up count first: before TOV_Startup(), and after
- * the TOV_Cleanup() that matches the last start, they return
- * #TOV_ERR_NOT_INITIALIZED. They then test their arguments and return
- * #TOV_ERR_INVALID_PARAMETER when a test fails. Both happen before any effect:
- * nothing is written then. A function's description says when it skips either
- * test (the codec, the text address forms and a few others work at any time).
+ * The functions marked #TOV_NEEDS_START in their declaration test the start-up
+ * count first: before TOV_Startup(), and after the TOV_Cleanup() that matches
+ * the last start, they return #TOV_ERR_NOT_INITIALIZED. They then test their
+ * arguments and return #TOV_ERR_INVALID_PARAMETER when a test fails. Both
+ * happen before any effect: nothing is written then. A function's description
+ * says when it skips the argument test. The unmarked ones (the codec, the text
+ * address forms and others) need no start; findid() alone answers a library
+ * not started in its own way.
  *
  * @par Outputs
  * Outputs (the pointer arguments a function writes through) are written only on
@@ -55,6 +57,15 @@
 /** Marks each function of the library: imported from tov.dll. */
 #define TOV_API __declspec(dllimport)
 #endif
+
+/**
+ * Marks the functions that need the library started: before TOV_Startup(),
+ * and after the TOV_Cleanup() that matches the last start, they return
+ * #TOV_ERR_NOT_INITIALIZED before they look at any argument or write
+ * anything. Every other function works whether or not the library is
+ * started. The mark expands to nothing.
+ */
+#define TOV_NEEDS_START
 
 /**
  * @def TOV_PRINTF_LIKE(f, a)
@@ -916,15 +927,16 @@ typedef struct TOV_FileInfo {
  *         NULL @p path or @p file; otherwise the mapped system error
  *         (#TOV_ERR_NOT_FOUND, #TOV_ERR_ALREADY_EXISTS, #TOV_ERR_ACCESS_DENIED...).
  */
-TOV_API TOV_Status TOV_FileOpen(const char *path, uint32_t openFlags, uint32_t shareFlags,
-                                uint32_t attributes, TOV_FileHandle *file) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FileOpen(const char *path, uint32_t openFlags,
+                                                uint32_t shareFlags, uint32_t attributes,
+                                                TOV_FileHandle *file) TOV_NOEXCEPT;
 /**
  * Closes a file.
  * @param file The handle's variable, set to 0 also when the close fails.
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p file; otherwise the close's mapped system error.
  */
-TOV_API TOV_Status TOV_FileClose(TOV_FileHandle *file) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FileClose(TOV_FileHandle *file) TOV_NOEXCEPT;
 /**
  * Writes the file's buffered data to the device.
  * @param file The handle.
@@ -953,8 +965,8 @@ TOV_API TOV_Status TOV_FileDup(TOV_FileHandle file, TOV_FileHandle *copy) TOV_NO
  *         #TOV_ERR_INVALID_PARAMETER for a NULL @p buffer or @p count;
  *         otherwise the mapped system error.
  */
-TOV_API TOV_Status TOV_FileRead(TOV_FileHandle file, uint64_t *position, void *buffer,
-                                uint64_t *count) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FileRead(TOV_FileHandle file, uint64_t *position,
+                                                void *buffer, uint64_t *count) TOV_NOEXCEPT;
 /**
  * Writes at the current position, or at a given one. A write of 0 bytes
  * succeeds.
@@ -968,8 +980,8 @@ TOV_API TOV_Status TOV_FileRead(TOV_FileHandle file, uint64_t *position, void *b
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p data or @p count; otherwise the mapped system error.
  */
-TOV_API TOV_Status TOV_FileWrite(TOV_FileHandle file, uint64_t *position, const void *data,
-                                 uint64_t *count) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FileWrite(TOV_FileHandle file, uint64_t *position,
+                                                 const void *data, uint64_t *count) TOV_NOEXCEPT;
 /**
  * Moves the position.
  * @param file The handle.
@@ -980,8 +992,9 @@ TOV_API TOV_Status TOV_FileWrite(TOV_FileHandle file, uint64_t *position, const 
  *         another origin; otherwise the mapped system error (a position before
  *         the start of the file, for one).
  */
-TOV_API TOV_Status TOV_FileSeek(TOV_FileHandle file, int64_t offset, uint32_t origin,
-                                uint64_t *newPosition) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FileSeek(TOV_FileHandle file, int64_t offset,
+                                                uint32_t origin,
+                                                uint64_t *newPosition) TOV_NOEXCEPT;
 /**
  * Tells the position.
  * @param file The handle.
@@ -989,7 +1002,8 @@ TOV_API TOV_Status TOV_FileSeek(TOV_FileHandle file, int64_t offset, uint32_t or
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p position; otherwise the mapped system error.
  */
-TOV_API TOV_Status TOV_FileTell(TOV_FileHandle file, uint64_t *position) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FileTell(TOV_FileHandle file,
+                                                uint64_t *position) TOV_NOEXCEPT;
 /**
  * Tells the file's size.
  * @param file The handle.
@@ -997,7 +1011,7 @@ TOV_API TOV_Status TOV_FileTell(TOV_FileHandle file, uint64_t *position) TOV_NOE
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p size; otherwise the mapped system error.
  */
-TOV_API TOV_Status TOV_FileSize(TOV_FileHandle file, uint64_t *size) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FileSize(TOV_FileHandle file, uint64_t *size) TOV_NOEXCEPT;
 /**
  * Extends or cuts the file to a size and leaves the position there (also when
  * the size cannot be set).
@@ -1006,7 +1020,7 @@ TOV_API TOV_Status TOV_FileSize(TOV_FileHandle file, uint64_t *size) TOV_NOEXCEP
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         larger size; otherwise the mapped system error.
  */
-TOV_API TOV_Status TOV_FileSetSize(TOV_FileHandle file, uint64_t size) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FileSetSize(TOV_FileHandle file, uint64_t size) TOV_NOEXCEPT;
 /**
  * Describes an open file.
  * @param file The handle.
@@ -1014,7 +1028,8 @@ TOV_API TOV_Status TOV_FileSetSize(TOV_FileHandle file, uint64_t size) TOV_NOEXC
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p file or @p info; otherwise the mapped system error.
  */
-TOV_API TOV_Status TOV_FileInfoByHandle(TOV_FileHandle file, TOV_FileInfo *info) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FileInfoByHandle(TOV_FileHandle file,
+                                                        TOV_FileInfo *info) TOV_NOEXCEPT;
 /**
  * Describes a file or a directory by its path.
  * @param path The path.
@@ -1078,8 +1093,8 @@ typedef void *TOV_DirHandle;
  *         #TOV_ERR_NOT_FOUND for a missing directory; #TOV_ERR_NO_MEMORY;
  *         otherwise the C runtime's mapped error.
  */
-TOV_API TOV_Status TOV_DirOpen(const char *directory, const char *mask,
-                               TOV_DirHandle *listing) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_DirOpen(const char *directory, const char *mask,
+                                               TOV_DirHandle *listing) TOV_NOEXCEPT;
 /**
  * Reads the next entry, "." and ".." included, in the platform's order (no
  * sort). Works at any time; nothing is written on failure.
@@ -1101,7 +1116,7 @@ TOV_API TOV_Status TOV_DirRead(TOV_DirHandle listing, const char **name, uint32_
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p listing; otherwise the mapped system error of ending the search.
  */
-TOV_API TOV_Status TOV_DirClose(TOV_DirHandle *listing) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_DirClose(TOV_DirHandle *listing) TOV_NOEXCEPT;
 /**
  * Creates one directory; its parent must exist.
  * @param path The directory.
@@ -1139,8 +1154,8 @@ TOV_API TOV_Status TOV_DirFreeSpace(const char *path, uint64_t *freeBytes) TOV_N
  *         NULL @p path; #TOV_ERR_PATH_TOO_LONG for a result longer than
  *         #TOV_PATH_MAX - 1 characters.
  */
-TOV_API TOV_Status TOV_PathBuild(const char *c1, const char *c2, const char *c3, const char *c4,
-                                 char *path) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_PathBuild(const char *c1, const char *c2, const char *c3,
+                                                 const char *c4, char *path) TOV_NOEXCEPT;
 
 /** @} */
 /* (end of directories and paths) */
@@ -1206,7 +1221,8 @@ TOV_API TOV_Status TOV_ModUnResolveSym(TOV_ModHandle module, void *address) TOV_
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p name; #TOV_ERR_MODULE_NOT_FOUND when it is not loaded.
  */
-TOV_API TOV_Status TOV_ModGetHandle(const char *name, TOV_ModHandle *module) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_ModGetHandle(const char *name,
+                                                    TOV_ModHandle *module) TOV_NOEXCEPT;
 /**
  * Tells the full path of a module's file.
  * @param module The module.
@@ -1218,7 +1234,8 @@ TOV_API TOV_Status TOV_ModGetHandle(const char *name, TOV_ModHandle *module) TOV
  *         NULL @p path, a @p size of 0, then a NULL @p module; otherwise the
  *         mapped system error.
  */
-TOV_API TOV_Status TOV_ModGetFullPath(TOV_ModHandle module, char *path, uint64_t size) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_ModGetFullPath(TOV_ModHandle module, char *path,
+                                                      uint64_t size) TOV_NOEXCEPT;
 /**
  * Reads a module file's last-write time and file version.
  *
@@ -1307,15 +1324,16 @@ typedef void *TOV_LMutexHandle; /**< An LMutex: a library record. */
  *         @p handleOut; otherwise the mapped system error (a name another kind
  *         of object holds, for one), nothing written.
  */
-TOV_API TOV_Status TOV_EventCreate(const char *name, int32_t manualReset, int32_t initiallySet,
-                                   TOV_EventHandle *handleOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_EventCreate(const char *name, int32_t manualReset,
+                                                   int32_t initiallySet,
+                                                   TOV_EventHandle *handleOut) TOV_NOEXCEPT;
 /**
  * Closes an event's handle.
  * @param handle The handle's variable, set to 0 whatever the close returned.
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p handle; otherwise the close's mapped system error.
  */
-TOV_API TOV_Status TOV_EventDestroy(TOV_EventHandle *handle) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_EventDestroy(TOV_EventHandle *handle) TOV_NOEXCEPT;
 /**
  * Sets an event.
  * @param handle The event.
@@ -1351,14 +1369,15 @@ TOV_API TOV_Status TOV_EventWait(TOV_EventHandle handle, uint32_t timeoutMs) TOV
  *         #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a NULL
  *         @p handleOut; otherwise the mapped system error, nothing written.
  */
-TOV_API TOV_Status TOV_MutexCreate(const char *name, TOV_MutexHandle *handleOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_MutexCreate(const char *name,
+                                                   TOV_MutexHandle *handleOut) TOV_NOEXCEPT;
 /**
  * Closes a mutex's handle.
  * @param handle The handle's variable, set to 0 whatever the close returned.
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p handle; otherwise the close's mapped system error.
  */
-TOV_API TOV_Status TOV_MutexDestroy(TOV_MutexHandle *handle) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_MutexDestroy(TOV_MutexHandle *handle) TOV_NOEXCEPT;
 /**
  * Acquires a mutex, waiting without limit. Acquiring a mutex whose owner ended
  * without releasing it succeeds: the caller owns it then.
@@ -1393,15 +1412,16 @@ TOV_API TOV_Status TOV_MutexRelease(TOV_MutexHandle handle) TOV_NOEXCEPT;
  *         system) a maximum of 0 or above 0x7FFFFFFF; otherwise the mapped
  *         system error, nothing written.
  */
-TOV_API TOV_Status TOV_SemCreate(const char *name, uint32_t initialCount, uint32_t maximumCount,
-                                 TOV_SemHandle *handleOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SemCreate(const char *name, uint32_t initialCount,
+                                                 uint32_t maximumCount,
+                                                 TOV_SemHandle *handleOut) TOV_NOEXCEPT;
 /**
  * Closes a semaphore's handle.
  * @param handle The handle's variable, set to 0 whatever the close returned.
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p handle; otherwise the close's mapped system error.
  */
-TOV_API TOV_Status TOV_SemDestroy(TOV_SemHandle *handle) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SemDestroy(TOV_SemHandle *handle) TOV_NOEXCEPT;
 /**
  * Waits until a semaphore's count is above 0, and takes 1 from it.
  * @param handle The semaphore.
@@ -1426,7 +1446,8 @@ TOV_API TOV_Status TOV_SemSignal(TOV_SemHandle handle, uint32_t count) TOV_NOEXC
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p handleOut; #TOV_ERR_NO_MEMORY.
  */
-TOV_API TOV_Status TOV_LMutexCreate(TOV_LMutexHandle *handleOut, uint32_t spinCount) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_LMutexCreate(TOV_LMutexHandle *handleOut,
+                                                    uint32_t spinCount) TOV_NOEXCEPT;
 /**
  * Frees an LMutex, which no thread may hold.
  * @param handle The LMutex's variable, set to 0; a variable holding 0 frees
@@ -1434,7 +1455,7 @@ TOV_API TOV_Status TOV_LMutexCreate(TOV_LMutexHandle *handleOut, uint32_t spinCo
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p handle.
  */
-TOV_API TOV_Status TOV_LMutexDestroy(TOV_LMutexHandle *handle) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_LMutexDestroy(TOV_LMutexHandle *handle) TOV_NOEXCEPT;
 /**
  * Acquires an LMutex, waiting without limit.
  * @param handle The LMutex.
@@ -1505,7 +1526,7 @@ typedef void *TOV_RWLockHandle; /**< A reader-writer lock: a library record. */
  *         NULL @p handleOut; #TOV_ERR_NO_MEMORY; otherwise the mapped system
  *         error.
  */
-TOV_API TOV_Status TOV_CondCreate(TOV_CondHandle *handleOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_CondCreate(TOV_CondHandle *handleOut) TOV_NOEXCEPT;
 /**
  * Frees a condition variable.
  * @param handle The variable holding it, set to 0 in every case.
@@ -1513,7 +1534,7 @@ TOV_API TOV_Status TOV_CondCreate(TOV_CondHandle *handleOut) TOV_NOEXCEPT;
  *         NULL @p handle; #TOV_ERR_INVALID_HANDLE for a variable holding 0;
  *         otherwise the mapped system error of the first close that failed.
  */
-TOV_API TOV_Status TOV_CondDestroy(TOV_CondHandle *handle) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_CondDestroy(TOV_CondHandle *handle) TOV_NOEXCEPT;
 /**
  * Waits on a condition variable, releasing the LMutex meanwhile.
  * @param cond The condition variable.
@@ -1524,8 +1545,8 @@ TOV_API TOV_Status TOV_CondDestroy(TOV_CondHandle *handle) TOV_NOEXCEPT;
  *         #TOV_ERR_INVALID_PARAMETER for a NULL @p lock, the condition
  *         untouched; otherwise the mapped system error.
  */
-TOV_API TOV_Status TOV_CondWait(TOV_CondHandle cond, TOV_LMutexHandle lock,
-                                uint32_t timeoutMs) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_CondWait(TOV_CondHandle cond, TOV_LMutexHandle lock,
+                                                uint32_t timeoutMs) TOV_NOEXCEPT;
 /**
  * Wakes one waiter, if any.
  * @param cond The condition variable.
@@ -1547,7 +1568,7 @@ TOV_API TOV_Status TOV_CondBroadcast(TOV_CondHandle cond) TOV_NOEXCEPT;
  *         NULL @p handleOut; #TOV_ERR_NO_MEMORY; otherwise the mapped system
  *         error.
  */
-TOV_API TOV_Status TOV_RWLockCreate(TOV_RWLockHandle *handleOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_RWLockCreate(TOV_RWLockHandle *handleOut) TOV_NOEXCEPT;
 /**
  * Frees a reader-writer lock.
  * @param handle The variable holding it, set to 0 in every case.
@@ -1555,7 +1576,7 @@ TOV_API TOV_Status TOV_RWLockCreate(TOV_RWLockHandle *handleOut) TOV_NOEXCEPT;
  *         NULL @p handle; #TOV_ERR_INVALID_HANDLE for a variable holding 0;
  *         otherwise the mapped system error of the first close that failed.
  */
-TOV_API TOV_Status TOV_RWLockDestroy(TOV_RWLockHandle *handle) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_RWLockDestroy(TOV_RWLockHandle *handle) TOV_NOEXCEPT;
 /**
  * Acquires a reader-writer lock, waiting without limit.
  * @param lock The lock.
@@ -1613,8 +1634,9 @@ typedef uint32_t (*TOV_ThreadRoutine)(void *argument);
  *         NULL @p routine; #TOV_ERR_NO_MEMORY; otherwise the C runtime's mapped
  *         error. Nothing is written on failure.
  */
-TOV_API TOV_Status TOV_ThreadCreate(TOV_ThreadRoutine routine, void *argument, uint32_t stackSize,
-                                    TOV_ThreadHandle *handleOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_ThreadCreate(TOV_ThreadRoutine routine, void *argument,
+                                                    uint32_t stackSize,
+                                                    TOV_ThreadHandle *handleOut) TOV_NOEXCEPT;
 /**
  * Closes a thread's handle; the thread itself runs on.
  * @param handle The handle's variable, set to 0 also when the close fails.
@@ -1622,7 +1644,7 @@ TOV_API TOV_Status TOV_ThreadCreate(TOV_ThreadRoutine routine, void *argument, u
  *         NULL @p handle; #TOV_ERR_INVALID_HANDLE for a variable holding 0;
  *         otherwise the close's mapped system error.
  */
-TOV_API TOV_Status TOV_ThreadDestroy(TOV_ThreadHandle *handle) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_ThreadDestroy(TOV_ThreadHandle *handle) TOV_NOEXCEPT;
 /**
  * Waits until a thread has ended.
  * @param handle The thread.
@@ -1631,7 +1653,8 @@ TOV_API TOV_Status TOV_ThreadDestroy(TOV_ThreadHandle *handle) TOV_NOEXCEPT;
  *         #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a NULL
  *         handle; otherwise the mapped system error.
  */
-TOV_API TOV_Status TOV_ThreadWait(TOV_ThreadHandle handle, uint32_t timeoutMs) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_ThreadWait(TOV_ThreadHandle handle,
+                                                  uint32_t timeoutMs) TOV_NOEXCEPT;
 /**
  * Reads an ended thread's exit code.
  * @param handle The thread.
@@ -1640,8 +1663,8 @@ TOV_API TOV_Status TOV_ThreadWait(TOV_ThreadHandle handle, uint32_t timeoutMs) T
  *         runs; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a NULL
  *         argument; otherwise the mapped system error.
  */
-TOV_API TOV_Status TOV_ThreadGetExitCode(TOV_ThreadHandle handle,
-                                         uint32_t *exitCodeOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_ThreadGetExitCode(TOV_ThreadHandle handle,
+                                                         uint32_t *exitCodeOut) TOV_NOEXCEPT;
 /**
  * Tells a thread's id.
  * @param handle The thread.
@@ -1649,7 +1672,8 @@ TOV_API TOV_Status TOV_ThreadGetExitCode(TOV_ThreadHandle handle,
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL argument.
  */
-TOV_API TOV_Status TOV_ThreadGetID(TOV_ThreadHandle handle, uint64_t *idOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_ThreadGetID(TOV_ThreadHandle handle,
+                                                   uint64_t *idOut) TOV_NOEXCEPT;
 /**
  * Tells the calling thread's id. Works at any time.
  * @return The id.
@@ -1689,8 +1713,8 @@ TOV_API TOV_Status TOV_ThreadPopDescriptionPtr(void) TOV_NOEXCEPT;
  *         #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a NULL
  *         @p count, or a NULL @p buffer with room.
  */
-TOV_API TOV_Status TOV_ThreadGetDescriptionPtrs(uint64_t threadId, void **buffer,
-                                                uint32_t *count) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_ThreadGetDescriptionPtrs(uint64_t threadId, void **buffer,
+                                                                uint32_t *count) TOV_NOEXCEPT;
 
 /**
  * Allocates a thread-local storage key.
@@ -1698,7 +1722,7 @@ TOV_API TOV_Status TOV_ThreadGetDescriptionPtrs(uint64_t threadId, void **buffer
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p keyOut; otherwise the mapped system error (no slot left).
  */
-TOV_API TOV_Status TOV_TLSCreate(uint64_t *keyOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_TLSCreate(uint64_t *keyOut) TOV_NOEXCEPT;
 /**
  * Frees a thread-local storage key. Works at any time.
  * @param key The key's variable, set to 0 whatever the result.
@@ -1752,7 +1776,8 @@ TOV_API TOV_Status TOV_TLSSetValue(uint64_t key, void *value) TOV_NOEXCEPT;
  *         #TOV_ERR_INVALID_PARAMETER for a NULL @p count, or NULL @p ids with
  *         room; otherwise the mapped system error.
  */
-TOV_API TOV_Status TOV_SysEnumProcesses(uint64_t *ids, uint32_t *count) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SysEnumProcesses(uint64_t *ids,
+                                                        uint32_t *count) TOV_NOEXCEPT;
 /**
  * Lists the ids of one process's threads.
  * @param processId The process; an id no process has gives #TOV_OK and 0.
@@ -1762,15 +1787,15 @@ TOV_API TOV_Status TOV_SysEnumProcesses(uint64_t *ids, uint32_t *count) TOV_NOEX
  *         #TOV_ERR_INVALID_PARAMETER for a NULL @p count, or NULL @p ids with
  *         room; otherwise the mapped system error.
  */
-TOV_API TOV_Status TOV_SysEnumThreads(uint64_t processId, uint64_t *ids,
-                                      uint32_t *count) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SysEnumThreads(uint64_t processId, uint64_t *ids,
+                                                      uint32_t *count) TOV_NOEXCEPT;
 /**
  * Tells the calling process's id.
  * @param idOut Receives the id.
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p idOut.
  */
-TOV_API TOV_Status TOV_SysGetCurrentProcessId(uint64_t *idOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SysGetCurrentProcessId(uint64_t *idOut) TOV_NOEXCEPT;
 
 /**
  * A captured thread context: a thread held suspended, its registers read, ready
@@ -1793,15 +1818,16 @@ typedef void *TOV_ThreadCtxHandle;
  *         @p ctxOut; #TOV_ERR_NO_MEMORY; for a thread that cannot be opened or
  *         read, the mapped system error.
  */
-TOV_API TOV_Status TOV_SysAllocThreadCtx(TOV_MemTag tag, uint64_t processId, uint64_t threadId,
-                                         TOV_ThreadCtxHandle *ctxOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SysAllocThreadCtx(TOV_MemTag tag, uint64_t processId,
+                                                         uint64_t threadId,
+                                                         TOV_ThreadCtxHandle *ctxOut) TOV_NOEXCEPT;
 /**
  * Resumes the thread once and frees the context.
  * @param ctx The context.
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p ctx.
  */
-TOV_API TOV_Status TOV_SysFreeThreadCtx(TOV_ThreadCtxHandle ctx) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SysFreeThreadCtx(TOV_ThreadCtxHandle ctx) TOV_NOEXCEPT;
 
 /** @} */
 /* (end of processes, threads, thread contexts) */
@@ -1837,7 +1863,8 @@ TOV_API TOV_Status TOV_SysFreeThreadCtx(TOV_ThreadCtxHandle ctx) TOV_NOEXCEPT;
  *         leaves *@p address as it was (a process that cannot be opened for
  *         reading is tried again on the next step).
  */
-TOV_API TOV_Status TOV_SysStackWalk(TOV_ThreadCtxHandle ctx, uint64_t *address) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SysStackWalk(TOV_ThreadCtxHandle ctx,
+                                                    uint64_t *address) TOV_NOEXCEPT;
 
 /**
  * Describes a code address of a process: its symbol, source line and module.
@@ -1878,12 +1905,10 @@ TOV_API TOV_Status TOV_SysStackWalk(TOV_ThreadCtxHandle ctx, uint64_t *address) 
  *         with a size; #TOV_ERR_NO_MEMORY; #TOV_ERR_MODULE_NOT_FOUND without
  *         the debug-help library, or the mapped system error of its start.
  */
-TOV_API TOV_Status TOV_SysGetSymbolInfo(uint64_t processId, uint64_t address, char *name,
-                                        uint64_t nameSize, uint64_t *displacementOut, char *file,
-                                        uint64_t fileSize, uint32_t *lineOut, char *moduleName,
-                                        uint64_t moduleNameSize, uint64_t *moduleBaseOut,
-                                        uint64_t *moduleSizeOut,
-                                        uint64_t *moduleTimeStampOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SysGetSymbolInfo(
+    uint64_t processId, uint64_t address, char *name, uint64_t nameSize, uint64_t *displacementOut,
+    char *file, uint64_t fileSize, uint32_t *lineOut, char *moduleName, uint64_t moduleNameSize,
+    uint64_t *moduleBaseOut, uint64_t *moduleSizeOut, uint64_t *moduleTimeStampOut) TOV_NOEXCEPT;
 
 /** @} */
 /* (end of stack walk and symbols) */
@@ -1914,7 +1939,7 @@ typedef struct TOV_CPUUsage TOV_CPUUsage;
  *         NULL @p handleOut; #TOV_ERR_NO_MEMORY or the mapped system error of a
  *         failed sample, *@p handleOut staying 0.
  */
-TOV_API TOV_Status TOV_GetCPUUsageHandle(TOV_CPUUsage **handleOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_GetCPUUsageHandle(TOV_CPUUsage **handleOut) TOV_NOEXCEPT;
 /**
  * Measures the system-wide processor usage since the record's previous sample;
  * the record then keeps the new sample.
@@ -1928,7 +1953,8 @@ TOV_API TOV_Status TOV_GetCPUUsageHandle(TOV_CPUUsage **handleOut) TOV_NOEXCEPT;
  *         NULL argument; the mapped system error of a failed sample (the record
  *         keeps its sample).
  */
-TOV_API TOV_Status TOV_GetCPUUsagePercent(TOV_CPUUsage *handle, int32_t *percent) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_GetCPUUsagePercent(TOV_CPUUsage *handle,
+                                                          int32_t *percent) TOV_NOEXCEPT;
 /**
  * Frees a usage record.
  * @param handle The record's variable, set to 0; a variable holding 0 frees
@@ -1936,7 +1962,7 @@ TOV_API TOV_Status TOV_GetCPUUsagePercent(TOV_CPUUsage *handle, int32_t *percent
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p handle.
  */
-TOV_API TOV_Status TOV_FreeCPUUsageHandle(TOV_CPUUsage **handle) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FreeCPUUsageHandle(TOV_CPUUsage **handle) TOV_NOEXCEPT;
 
 /**
  * Counts the active processors.
@@ -2072,8 +2098,8 @@ typedef struct TOV_Skt TOV_Skt;
  *         NULL @p socketOut; #TOV_ERR_NO_MEMORY; otherwise the mapped Winsock
  *         error.
  */
-TOV_API TOV_Status TOV_SktCreate(int32_t family, int32_t type, int32_t protocol,
-                                 TOV_Skt **socketOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktCreate(int32_t family, int32_t type, int32_t protocol,
+                                                 TOV_Skt **socketOut) TOV_NOEXCEPT;
 /**
  * Closes a socket and frees its record.
  * @param socket The socket's variable, set to 0 also when the close fails.
@@ -2081,7 +2107,7 @@ TOV_API TOV_Status TOV_SktCreate(int32_t family, int32_t type, int32_t protocol,
  *         NULL @p socket; #TOV_ERR_INVALID_HANDLE for a variable holding 0;
  *         otherwise the close's mapped Winsock error.
  */
-TOV_API TOV_Status TOV_SktDestroy(TOV_Skt **socket) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktDestroy(TOV_Skt **socket) TOV_NOEXCEPT;
 /**
  * Binds a socket to a local address.
  * @param socket The socket.
@@ -2091,8 +2117,8 @@ TOV_API TOV_Status TOV_SktDestroy(TOV_Skt **socket) TOV_NOEXCEPT;
  *         NULL argument or a length of 0; otherwise the mapped Winsock error
  *         (#TOV_ERR_NET_ADDRINUSE...).
  */
-TOV_API TOV_Status TOV_SktBind(TOV_Skt *socket, const struct sockaddr *address,
-                               uint64_t addressLength) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktBind(TOV_Skt *socket, const struct sockaddr *address,
+                                               uint64_t addressLength) TOV_NOEXCEPT;
 /**
  * Makes a bound stream socket listen for connections.
  * @param socket The socket.
@@ -2100,7 +2126,7 @@ TOV_API TOV_Status TOV_SktBind(TOV_Skt *socket, const struct sockaddr *address,
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p socket; otherwise the mapped Winsock error.
  */
-TOV_API TOV_Status TOV_SktListen(TOV_Skt *socket, int32_t backlog) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktListen(TOV_Skt *socket, int32_t backlog) TOV_NOEXCEPT;
 /**
  * Accepts a connection, waiting for one on a blocking listener.
  * @param listener The listening socket.
@@ -2114,8 +2140,9 @@ TOV_API TOV_Status TOV_SktListen(TOV_Skt *socket, int32_t backlog) TOV_NOEXCEPT;
  *         (#TOV_ERR_NET_WOULDBLOCK on a non-blocking listener with nothing
  *         pending).
  */
-TOV_API TOV_Status TOV_SktAccept(TOV_Skt *listener, TOV_Skt **socketOut, struct sockaddr *peer,
-                                 int32_t *peerLength) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktAccept(TOV_Skt *listener, TOV_Skt **socketOut,
+                                                 struct sockaddr *peer,
+                                                 int32_t *peerLength) TOV_NOEXCEPT;
 /**
  * Connects a socket to a remote address (for a datagram socket: sets its
  * default peer).
@@ -2127,8 +2154,8 @@ TOV_API TOV_Status TOV_SktAccept(TOV_Skt *listener, TOV_Skt **socketOut, struct 
  *         non-blocking socket that cannot connect at once; otherwise the mapped
  *         Winsock error (#TOV_ERR_NET_CONNREFUSED...).
  */
-TOV_API TOV_Status TOV_SktConnect(TOV_Skt *socket, const struct sockaddr *address,
-                                  uint64_t addressLength) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktConnect(TOV_Skt *socket, const struct sockaddr *address,
+                                                  uint64_t addressLength) TOV_NOEXCEPT;
 /**
  * Shuts down one or both directions of a connection.
  * @param socket The socket.
@@ -2136,7 +2163,7 @@ TOV_API TOV_Status TOV_SktConnect(TOV_Skt *socket, const struct sockaddr *addres
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p socket; otherwise the mapped Winsock error.
  */
-TOV_API TOV_Status TOV_SktShutdown(TOV_Skt *socket, int32_t how) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktShutdown(TOV_Skt *socket, int32_t how) TOV_NOEXCEPT;
 /**
  * Tells the address a socket is bound to.
  * @param socket The socket.
@@ -2146,8 +2173,8 @@ TOV_API TOV_Status TOV_SktShutdown(TOV_Skt *socket, int32_t how) TOV_NOEXCEPT;
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL argument; otherwise the mapped Winsock error.
  */
-TOV_API TOV_Status TOV_SktGetLocalAddress(TOV_Skt *socket, struct sockaddr *address,
-                                          int32_t *addressLength) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktGetLocalAddress(TOV_Skt *socket, struct sockaddr *address,
+                                                          int32_t *addressLength) TOV_NOEXCEPT;
 /**
  * Tells the address of a connected socket's peer.
  * @param socket The socket.
@@ -2158,8 +2185,9 @@ TOV_API TOV_Status TOV_SktGetLocalAddress(TOV_Skt *socket, struct sockaddr *addr
  *         NULL argument; otherwise the mapped Winsock error
  *         (#TOV_ERR_NET_NOTCONN...).
  */
-TOV_API TOV_Status TOV_SktGetRemoteAddress(TOV_Skt *socket, struct sockaddr *address,
-                                           int32_t *addressLength) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktGetRemoteAddress(TOV_Skt *socket,
+                                                           struct sockaddr *address,
+                                                           int32_t *addressLength) TOV_NOEXCEPT;
 /**
  * Reads a socket option.
  * @param socket The socket.
@@ -2173,8 +2201,9 @@ TOV_API TOV_Status TOV_SktGetRemoteAddress(TOV_Skt *socket, struct sockaddr *add
  *         NULL @p socket or a missing @p value; otherwise the mapped Winsock
  *         error.
  */
-TOV_API TOV_Status TOV_SktGetOption(TOV_Skt *socket, int32_t level, int32_t name, void *value,
-                                    uint64_t *valueLength) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktGetOption(TOV_Skt *socket, int32_t level, int32_t name,
+                                                    void *value,
+                                                    uint64_t *valueLength) TOV_NOEXCEPT;
 /**
  * Sets a socket option.
  * @param socket The socket.
@@ -2187,8 +2216,9 @@ TOV_API TOV_Status TOV_SktGetOption(TOV_Skt *socket, int32_t level, int32_t name
  *         NULL @p socket or a missing @p value; otherwise the mapped Winsock
  *         error.
  */
-TOV_API TOV_Status TOV_SktSetOption(TOV_Skt *socket, int32_t level, int32_t name, const void *value,
-                                    uint64_t valueLength) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktSetOption(TOV_Skt *socket, int32_t level, int32_t name,
+                                                    const void *value,
+                                                    uint64_t valueLength) TOV_NOEXCEPT;
 /**
  * Sends a control code to a socket.
  * @param socket The socket.
@@ -2204,9 +2234,10 @@ TOV_API TOV_Status TOV_SktSetOption(TOV_Skt *socket, int32_t level, int32_t name
  *         #TOV_ERR_INVALID_PARAMETER for a NULL @p socket or a missing buffer;
  *         otherwise the mapped Winsock error.
  */
-TOV_API TOV_Status TOV_SktIOCtl(TOV_Skt *socket, uint32_t code, const void *input,
-                                uint64_t inputLength, void *output, uint64_t *outputLength,
-                                struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktIOCtl(TOV_Skt *socket, uint32_t code, const void *input,
+                                                uint64_t inputLength, void *output,
+                                                uint64_t *outputLength,
+                                                struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
 /**
  * Sends from a list of buffers.
  * @param socket The socket.
@@ -2221,9 +2252,10 @@ TOV_API TOV_Status TOV_SktIOCtl(TOV_Skt *socket, uint32_t code, const void *inpu
  *         #TOV_ERR_INVALID_PARAMETER for a NULL @p socket, or NULL @p buffers
  *         with a count; otherwise the mapped Winsock error.
  */
-TOV_API TOV_Status TOV_SktSend(TOV_Skt *socket, struct _WSABUF *buffers, uint32_t count,
-                               uint64_t *bytesSent, uint32_t flags, const struct sockaddr *to,
-                               int32_t toLength, struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktSend(TOV_Skt *socket, struct _WSABUF *buffers,
+                                               uint32_t count, uint64_t *bytesSent, uint32_t flags,
+                                               const struct sockaddr *to, int32_t toLength,
+                                               struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
 /**
  * Sends from one buffer.
  * @param socket The socket.
@@ -2238,9 +2270,11 @@ TOV_API TOV_Status TOV_SktSend(TOV_Skt *socket, struct _WSABUF *buffers, uint32_
  *         #TOV_ERR_INVALID_PARAMETER for a NULL @p socket, or NULL @p data
  *         with a length; otherwise the mapped Winsock error.
  */
-TOV_API TOV_Status TOV_SktSendBuf(TOV_Skt *socket, const void *data, uint64_t length,
-                                  uint64_t *bytesSent, uint32_t flags, const struct sockaddr *to,
-                                  int32_t toLength, struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktSendBuf(TOV_Skt *socket, const void *data,
+                                                  uint64_t length, uint64_t *bytesSent,
+                                                  uint32_t flags, const struct sockaddr *to,
+                                                  int32_t toLength,
+                                                  struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
 /**
  * Receives into a list of buffers. 0 bytes on a stream: the peer has shut
  * down its side.
@@ -2257,9 +2291,11 @@ TOV_API TOV_Status TOV_SktSendBuf(TOV_Skt *socket, const void *data, uint64_t le
  *         #TOV_ERR_INVALID_PARAMETER for a NULL @p socket, or NULL @p buffers
  *         with a count; otherwise the mapped Winsock error.
  */
-TOV_API TOV_Status TOV_SktReceive(TOV_Skt *socket, struct _WSABUF *buffers, uint32_t count,
-                                  uint64_t *bytesReceived, uint32_t *flags, struct sockaddr *from,
-                                  int32_t *fromLength, struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktReceive(TOV_Skt *socket, struct _WSABUF *buffers,
+                                                  uint32_t count, uint64_t *bytesReceived,
+                                                  uint32_t *flags, struct sockaddr *from,
+                                                  int32_t *fromLength,
+                                                  struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
 /**
  * Receives into one buffer. 0 bytes on a stream: the peer has shut down its
  * side.
@@ -2276,9 +2312,10 @@ TOV_API TOV_Status TOV_SktReceive(TOV_Skt *socket, struct _WSABUF *buffers, uint
  *         #TOV_ERR_INVALID_PARAMETER for a NULL @p socket, or NULL @p buffer
  *         with a length; otherwise the mapped Winsock error.
  */
-TOV_API TOV_Status TOV_SktRecvBuf(TOV_Skt *socket, void *buffer, uint64_t length,
-                                  uint64_t *bytesReceived, uint32_t *flags, struct sockaddr *from,
-                                  int32_t *fromLength, struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_SktRecvBuf(TOV_Skt *socket, void *buffer, uint64_t length,
+                                                  uint64_t *bytesReceived, uint32_t *flags,
+                                                  struct sockaddr *from, int32_t *fromLength,
+                                                  struct _OVERLAPPED *overlapped) TOV_NOEXCEPT;
 
 /** @} */
 /* (end of sockets) */
@@ -2413,7 +2450,7 @@ typedef TOV_Status (*TOV_FDSCallback)(TOV_Skt *socket, uint32_t flags, uint64_t 
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL @p setOut; #TOV_ERR_NO_MEMORY.
  */
-TOV_API TOV_Status TOV_FDSCreate(uint32_t sizeHint, TOV_FDS **setOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FDSCreate(uint32_t sizeHint, TOV_FDS **setOut) TOV_NOEXCEPT;
 /**
  * Calls a callback per entry until it returns non-zero, then frees the set.
  * @param set The set's variable, set to 0.
@@ -2422,7 +2459,8 @@ TOV_API TOV_Status TOV_FDSCreate(uint32_t sizeHint, TOV_FDS **setOut) TOV_NOEXCE
  *         #TOV_ERR_INVALID_PARAMETER for a NULL @p set;
  *         #TOV_ERR_INVALID_HANDLE for a variable holding 0.
  */
-TOV_API TOV_Status TOV_FDSDestroy(TOV_FDS **set, TOV_FDSCallback callback) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FDSDestroy(TOV_FDS **set,
+                                                  TOV_FDSCallback callback) TOV_NOEXCEPT;
 /**
  * Adds a socket to a set.
  * @param set The set.
@@ -2433,8 +2471,8 @@ TOV_API TOV_Status TOV_FDSDestroy(TOV_FDS **set, TOV_FDSCallback callback) TOV_N
  *         #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a NULL
  *         pointer or flags of 0; #TOV_ERR_NO_MEMORY.
  */
-TOV_API TOV_Status TOV_FDSAssociate(TOV_FDS *set, TOV_Skt *socket, uint32_t flags,
-                                    uint64_t context) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FDSAssociate(TOV_FDS *set, TOV_Skt *socket, uint32_t flags,
+                                                    uint64_t context) TOV_NOEXCEPT;
 /**
  * Changes an entry's flags and/or context, and reads the previous values.
  * @param set The set.
@@ -2448,8 +2486,8 @@ TOV_API TOV_Status TOV_FDSAssociate(TOV_FDS *set, TOV_Skt *socket, uint32_t flag
  *         #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a NULL
  *         @p set or @p socket, or a value missing for @p what.
  */
-TOV_API TOV_Status TOV_FDSModify(TOV_FDS *set, TOV_Skt *socket, uint32_t what, uint32_t *flags,
-                                 uint64_t *context) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FDSModify(TOV_FDS *set, TOV_Skt *socket, uint32_t what,
+                                                 uint32_t *flags, uint64_t *context) TOV_NOEXCEPT;
 /**
  * Removes a socket's entry.
  * @param set The set.
@@ -2459,7 +2497,8 @@ TOV_API TOV_Status TOV_FDSModify(TOV_FDS *set, TOV_Skt *socket, uint32_t what, u
  *         #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a NULL
  *         @p set or @p socket.
  */
-TOV_API TOV_Status TOV_FDSRemove(TOV_FDS *set, TOV_Skt *socket, uint64_t *context) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FDSRemove(TOV_FDS *set, TOV_Skt *socket,
+                                                 uint64_t *context) TOV_NOEXCEPT;
 /**
  * Counts entries by interest.
  * @param set The set.
@@ -2469,7 +2508,8 @@ TOV_API TOV_Status TOV_FDSRemove(TOV_FDS *set, TOV_Skt *socket, uint64_t *contex
  * @return #TOV_OK; #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a
  *         NULL pointer or @p which of 0.
  */
-TOV_API TOV_Status TOV_FDSCount(TOV_FDS *set, uint32_t *count, uint32_t which) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FDSCount(TOV_FDS *set, uint32_t *count,
+                                                uint32_t which) TOV_NOEXCEPT;
 /**
  * Calls a callback per entry; the callback must not change the set.
  * @param set The set.
@@ -2478,7 +2518,8 @@ TOV_API TOV_Status TOV_FDSCount(TOV_FDS *set, uint32_t *count, uint32_t which) T
  *         #TOV_ERR_NOT_INITIALIZED; #TOV_ERR_INVALID_PARAMETER for a NULL
  *         argument.
  */
-TOV_API TOV_Status TOV_FDSEnumerate(TOV_FDS *set, TOV_FDSCallback callback) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FDSEnumerate(TOV_FDS *set,
+                                                    TOV_FDSCallback callback) TOV_NOEXCEPT;
 /**
  * Waits until sockets of the set are ready for the interests selected.
  * @param set The set.
@@ -2496,8 +2537,9 @@ TOV_API TOV_Status TOV_FDSEnumerate(TOV_FDS *set, TOV_FDSCallback callback) TOV_
  *         @p set or @p count, @p which of 0, or NULL @p results with room;
  *         #TOV_ERR_NO_MEMORY; otherwise the mapped Winsock error.
  */
-TOV_API TOV_Status TOV_FDSSelect(TOV_FDS *set, uint32_t which, TOV_FDSResult *results,
-                                 uint32_t *count, uint32_t timeoutMs) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_FDSSelect(TOV_FDS *set, uint32_t which,
+                                                 TOV_FDSResult *results, uint32_t *count,
+                                                 uint32_t timeoutMs) TOV_NOEXCEPT;
 
 /** @} */
 /* (end of socket sets) */
@@ -2533,7 +2575,8 @@ typedef struct TOV_IOCPort TOV_IOCPort;
  *         NULL @p portOut; #TOV_ERR_NO_MEMORY; otherwise the mapped system
  *         error.
  */
-TOV_API TOV_Status TOV_IOCPortCreate(uint32_t concurrency, TOV_IOCPort **portOut) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_IOCPortCreate(uint32_t concurrency,
+                                                     TOV_IOCPort **portOut) TOV_NOEXCEPT;
 /**
  * Closes a completion port and frees its record.
  * @param port The port's variable, set to 0 also when the close fails.
@@ -2541,7 +2584,7 @@ TOV_API TOV_Status TOV_IOCPortCreate(uint32_t concurrency, TOV_IOCPort **portOut
  *         NULL @p port; #TOV_ERR_INVALID_HANDLE for a variable holding 0;
  *         otherwise the close's mapped system error.
  */
-TOV_API TOV_Status TOV_IOCPortDestroy(TOV_IOCPort **port) TOV_NOEXCEPT;
+TOV_API TOV_NEEDS_START TOV_Status TOV_IOCPortDestroy(TOV_IOCPort **port) TOV_NOEXCEPT;
 /**
  * Ties a socket to the port: its overlapped operations complete there.
  * @param port The port.

@@ -6,7 +6,8 @@ TOV_Status (*allocMemTag)(void *, TOV_MemTag *);
 int (*wsaStartup)(WORD, WSADATA *);
 DWORD (*tickCount)();
 long (*uuidCreate)(GUID *);
-bool failAllocations;
+int32_t failAllocation;
+int64_t allocations, frees;
 bool (*failObjectCreate)();
 } // namespace tov::seams
 #endif

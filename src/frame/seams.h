@@ -15,8 +15,14 @@ namespace tov::seams {
 extern TOV_Status (*allocMemTag)(void *owner, TOV_MemTag *tagOut);
 // When set, used instead of WSAStartup by the first start.
 extern int (*wsaStartup)(WORD version, WSADATA *data);
-// While set, TOV_malloc, TOV_calloc and TOV_realloc fail (give null).
-extern bool failAllocations;
+// Allocation faults: while failAllocation is n > 0, every library
+// allocation (TOV_malloc, TOV_calloc, TOV_realloc, TOV_strdup, TOV_wcsdup)
+// counts it down, and the one that takes it to 0, the n-th from when it was
+// set, fails (gives null); the ones after it succeed again. allocations and
+// frees count the blocks handed out and given back (TOV_free of a block), so
+// allocations - frees is the number of live blocks.
+extern int32_t failAllocation;
+extern int64_t allocations, frees;
 
 // When set, used instead of GetTickCount by the uptime and UuidCreate by the
 // identifier generator.

@@ -1,6 +1,6 @@
 // Directory listings of real temporary folders, creating and removing
-// directories, free space, path joining at the length limit; loading
-// modules, symbols, module paths and version texts. testmod_ver.dll (one
+// directories, free space; loading modules, symbols, module paths and
+// version texts (path joining is the fuzz target's, fuzz/path_fuzz.cpp). testmod_ver.dll (one
 // export, a version record) and testmod_notrans.dll (a record without a
 // translation table) are built beside this program.
 #include "support.h"
@@ -21,16 +21,6 @@ using Codes = std::vector<TOV_Status>;
 using Entries = std::map<std::string, std::tuple<uint32_t, uint64_t, int64_t, int64_t>>;
 // A module handle that no load returns.
 static TOV_ModHandle const kBogus = reinterpret_cast<TOV_ModHandle>(0x1000);
-
-// Before start-up the counted functions refuse and write nothing.
-TEST(DirModNotStarted, CountedFunctionsRefuse) {
-  TOV_DirHandle h = nullptr;
-  char out[TOV_PATH_MAX] = "x";
-  EXPECT_EQ(Codes({TOV_DirOpen(".", nullptr, &h), TOV_DirClose(&h), TOV_ModGetHandle("tov.dll", &h),
-                   TOV_PathBuild("a", nullptr, nullptr, nullptr, out)}),
-            Codes(4, TOV_ERR_NOT_INITIALIZED));
-  EXPECT_EQ(std::tie(h, out[0]), std::make_tuple(nullptr, 'x'));
-}
 
 struct FsTest : ::testing::Test {
   static void SetUpTestSuite() { ASSERT_EQ(TOV_Startup(nullptr, 0, nullptr, nullptr), OK); }
@@ -133,37 +123,6 @@ TEST_F(FsTest, CreateDeleteAndFreeSpace) {
   ASSERT_TRUE(GetDiskFreeSpaceExA(".", &platform, nullptr, nullptr));
   EXPECT_NEAR(double(bytes), double(platform.QuadPart), 256e6);
   EXPECT_EQ(kept, 5u);
-}
-
-// Joining rules and results at the limit (null: refused, output left
-// empty), into an output that ends where an inaccessible page begins: a
-// write past TOV_PATH_MAX bytes faults.
-TEST_F(FsTest, PathBuildStaysWithinLimit) {
-  char *pages = static_cast<char *>(VirtualAlloc(nullptr, 8192, MEM_COMMIT, PAGE_READWRITE));
-  DWORD old;
-  ASSERT_TRUE(VirtualProtect(pages + 4096, 4096, PAGE_NOACCESS, &old));
-  char *out = pages + 4096 - TOV_PATH_MAX;
-  const std::string b259(259, 'b'), s259 = std::string(258, 's') + "\\", huge(100000, 'h');
-  const char *const N = nullptr, *B = b259.c_str(), *S = s259.c_str(), *H = huge.c_str();
-  const char *const rows[][5] = {{N, N, N, N, ""},
-                                 {"a\\", "b", N, N, "a\\b"},
-                                 {"a/", "b", N, N, "a/\\b"},
-                                 {"a", "", N, N, "a\\"},
-                                 {"", "b", N, N, "b"},
-                                 {"c", "d", N, "f", "c\\d\\f"},
-                                 {"a", "\\b", N, N, "a\\\\b"},
-                                 {B, N, N, N, B},
-                                 {S, "", N, N, S},
-                                 {B, "", N, N, N},
-                                 {"x", H, "y", N, N}};
-  for (auto &row : rows) {
-    std::memset(out, '#', TOV_PATH_MAX);
-    const TOV_Status status = TOV_PathBuild(row[0], row[1], row[2], row[3], out);
-    EXPECT_EQ(std::make_tuple(status, std::string(out)),
-              std::make_tuple(row[4] ? OK : LONG_PATH, std::string(row[4] ? row[4] : "")));
-  }
-  EXPECT_EQ(TOV_PathBuild("a", N, N, N, nullptr), BAD);
-  VirtualFree(pages, 0, MEM_RELEASE);
 }
 
 // The path of module m's file ("" when it has none).

@@ -1,5 +1,5 @@
 // Files through the library: dispositions, sharing, append, positioned
-// transfers, sizes above 4 GiB, failures, and refusal before start-up.
+// transfers, sizes above 4 GiB and failures.
 #include "support.h"
 #include "tov.h"
 
@@ -28,18 +28,6 @@ struct File {
   }
   ~File() { TOV_FileClose(h && h != kBad ? &h : nullptr); }
 };
-
-// Before start-up every counted function refuses and writes nothing.
-TEST(FileNotStarted, CountedFunctionsRefuse) {
-  TOV_FileHandle h = kBad;
-  uint64_t u = 7;
-  for (TOV_Status s :
-       {TOV_FileOpen("x", C, 0, 0, &h), TOV_FileClose(&h), TOV_FileRead(h, &u, &u, &u),
-        TOV_FileWrite(h, &u, &u, &u), TOV_FileSeek(h, 0, 0, &u), TOV_FileTell(h, &u),
-        TOV_FileSize(h, &u), TOV_FileSetSize(h, 1), TOV_FileInfoByHandle(h, nullptr)})
-    EXPECT_EQ(s, TOV_ERR_NOT_INITIALIZED);
-  EXPECT_EQ(std::tie(h, u), std::make_tuple(kBad, 7u));
-}
 
 // A started library, and a fresh folder holding "f" = "0123456789".
 struct FileTest : ::testing::Test {

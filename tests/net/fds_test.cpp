@@ -11,22 +11,6 @@
 
 using Model = std::map<TOV_Skt *, std::pair<uint32_t, uint64_t>>; // handle: flags, context
 
-// Every counted function refuses before start-up and leaves its output alone.
-TEST(FDSFrame, CountedFunctionsNeedStartup) {
-  TOV_FDS *set = nullptr;
-  TOV_IOCPort *port = nullptr;
-  uint32_t n = 0, i = 0;
-  for (TOV_Status s :
-       {TOV_FDSCreate(0, &set), TOV_FDSDestroy(&set, nullptr),
-        TOV_FDSAssociate(nullptr, nullptr, 0, 0),
-        TOV_FDSModify(nullptr, nullptr, 3, nullptr, nullptr),
-        TOV_FDSRemove(nullptr, nullptr, nullptr), TOV_FDSCount(nullptr, &n, 0),
-        TOV_FDSEnumerate(nullptr, nullptr), TOV_FDSSelect(nullptr, 0, nullptr, nullptr, 0),
-        TOV_IOCPortCreate(0, &port), TOV_IOCPortDestroy(&port)})
-    EXPECT_EQ(s, TOV_ERR_NOT_INITIALIZED) << "call " << i++;
-  EXPECT_TRUE(!set && !port);
-}
-
 struct FDS : testing::Test {
   void SetUp() override { ASSERT_EQ(TOV_Startup(nullptr, 0, nullptr, nullptr), TOV_OK); }
   void TearDown() override {

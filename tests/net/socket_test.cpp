@@ -28,26 +28,6 @@ struct Address {
   bool operator==(const Address &a) const { return !memcmp(&s, &a.s, sizeof s); }
 };
 
-// Counted functions, called with nulls, refuse before start-up, refuse the
-// missing arguments once started, and refuse again after the last clean-up.
-TEST(SktFrame, EveryFunctionNeedsTheLibraryStarted) {
-  TOV_Skt *none = nullptr;
-  EXPECT_EQ(TOV_SktCreate(AF_INET, SOCK_STREAM, 0, &none), TOV_ERR_NOT_INITIALIZED);
-  EXPECT_EQ(none, nullptr);
-  auto nulls = []<class... A>(TOV_Status (*f)(A...)) { return f(A{}...); }; // every argument 0
-  for (int phase = 0; phase < 3; ++phase) { // before start-up, started, cleaned up
-    for (TOV_Status s :
-         {nulls(TOV_SktCreate), nulls(TOV_SktDestroy), nulls(TOV_SktBind), nulls(TOV_SktListen),
-          nulls(TOV_SktAccept), nulls(TOV_SktConnect), nulls(TOV_SktShutdown),
-          nulls(TOV_SktGetOption), nulls(TOV_SktSetOption), nulls(TOV_SktGetLocalAddress),
-          nulls(TOV_SktGetRemoteAddress), nulls(TOV_SktIOCtl), nulls(TOV_SktSend),
-          nulls(TOV_SktSendBuf), nulls(TOV_SktReceive), nulls(TOV_SktRecvBuf)})
-      EXPECT_EQ(s, phase == 1 ? TOV_ERR_INVALID_PARAMETER : TOV_ERR_NOT_INITIALIZED) << phase;
-    ASSERT_EQ(phase == 0 ? TOV_Startup(nullptr, 0, nullptr, nullptr) : TOV_OK, TOV_OK);
-    if (phase == 1) TOV_Cleanup(nullptr);
-  }
-}
-
 // Each test runs for IPv4 and IPv6 (skipped where ::1 cannot be bound) with
 // the library started; the fixture owns every socket it hands out.
 class Net : public testing::TestWithParam<int> {

@@ -2,13 +2,12 @@
 // from inside their records. Every wait has a generous limit, so a lost
 // wake-up fails a test instead of hanging it. The seams of this build make the
 // platform's creates fail on request.
+#include "footprint.h"
 #include "frame/seams.h"
 #include "sync/rwlock.h"
 #include "sync/section.h"
 
 #include <gtest/gtest.h>
-
-#include <malloc.h>
 
 #include <atomic>
 #include <deque>
@@ -193,28 +192,21 @@ TEST_F(CondRW, HandOffs) {
 
 // The k-th semaphore or event a create makes fails: the create reports the
 // mapped error, writes nothing, and gives back every block and object it made
-// (Wine gives a new handle the lowest free number, so leaking the first object
-// a create made moves it; each row fails a later object).
+// (each row fails a later object).
 TEST_F(CondRW, FailedCreatesLeaveNothingBehind) {
   static size_t creates; // that succeed before one fails
   tov::seams::failObjectCreate = [] {
     return creates-- == 0 && (SetLastError(ERROR_ACCESS_DENIED), true);
   };
-  const auto nextHandle = [] {
-    const HANDLE h = CreateEventA(nullptr, FALSE, FALSE, nullptr);
-    return CloseHandle(h), h;
-  };
-  const auto heapInUse = [] {
-    size_t used = 0;
-    for (_HEAPINFO h{}; _heapwalk(&h) == _HEAPOK;) used += h._useflag == _USEDENTRY ? h._size : 0;
-    return used;
+  const auto footprint = [] {
+    return std::pair{tov::seams::allocations - tov::seams::frees, tovtest::handleFootprint()};
   };
   for (size_t row = 0; row < 6; ++row) { // a condition makes two objects, a lock four
     creates = row < 2 ? row : row - 2;
     void *out = &out;
-    const auto before = std::tuple{heapInUse(), nextHandle()};
+    const auto before = footprint();
     EXPECT_EQ((row < 2 ? TOV_CondCreate : TOV_RWLockCreate)(&out), TOV_ERR_ACCESS_DENIED) << row;
-    EXPECT_TRUE(out == &out && (std::tuple{heapInUse(), nextHandle()}) == before) << row;
+    EXPECT_TRUE(out == &out && footprint() == before) << row;
   }
   tov::seams::failObjectCreate = nullptr;
   // A destroy tries both closes, reports the failed one and clears the variable.
